@@ -1,0 +1,27 @@
+// Sync-sample lookup over a track's raw "stss" table (ISO/IEC 14496-12, 8.6.2).
+#pragma once
+
+#include <cstdint>
+
+#include "container/BoxContent.h"
+
+namespace kivmp4 {
+
+/// Owned by its Track. Lookups only read, so they need no lock.
+class KeyMap {
+public:
+    /// Loads "stss" below `stbl` and keeps it until destruction.
+    /// @return true also without "stss" (then every sample is a sync sample); false when the table cannot be read or its
+    ///         version is not 0
+    [[nodiscard]] bool Parse(Mp4Box& stbl);
+
+    /// @param sample  index from 0
+    /// @return greatest sync sample <= sample; 0 when the first lies above it; the sample itself without a table
+    int32_t GetPrevSyncSample(int32_t sample) const;
+
+private:
+    BoxContent entries;  // sample numbers from 1, big-endian
+    uint32_t syncCount = 0;  // always within the payload
+};
+
+}  // namespace kivmp4

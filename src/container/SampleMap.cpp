@@ -1,0 +1,115 @@
+// Sample sizes and offsets.
+#include "container/SampleMap.h"
+
+#include <algorithm>
+
+namespace kivmp4 {
+namespace {
+
+constexpr size_t kSizeEntries = 12;  // content offset of the first "stsz" entry
+constexpr int32_t kUnbounded = 0x7FFFFFFF;
+
+}  // namespace
+
+bool SampleMap::Parse(Mp4Box& stbl) {
+    if (!ParseSizes(stbl))
+        return false;
+    if (!chunkMap.Acquire(stbl.FindChild(FourCc("stsc"))) || chunkMap->size < kTableHeader)
+        return false;
+    chunkMapCount = TableEntries(*chunkMap, 12);
+    Mp4Box* offsets = stbl.FindChild(FourCc("stco"));
+    if (!offsets) {
+        offsets = stbl.FindChild(FourCc("co64"));
+        offsets64 = offsets != nullptr;
+    }
+    if (!chunkOffsets.Acquire(offsets) || chunkOffsets->size < kTableHeader)
+        return false;
+    chunkCount = TableEntries(*chunkOffsets, offsets64 ? 8 : 4);
+    return true;
+}
+
+bool SampleMap::ParseSizes(Mp4Box& stbl) {
+    if (!sizes.Acquire(stbl.FindChild(FourCc("stsz"))) || sizes->size < kSizeEntries || sizes->U8(0) != 0)
+        return false;
+    constantSize = sizes->BE32(4);
+    sampleCount = sizes->BE32(8);
+    maxSampleSize = constantSize;
+    if (constantSize != 0)
+        return true;
+    const size_t present = (sizes->size - kSizeEntries) / 4;
+    if (sampleCount > present)
+        sampleCount = static_cast<uint32_t>(present);
+    for (uint32_t sample = 0; sample < sampleCount; ++sample)
+        maxSampleSize = std::max(maxSampleSize, ReadBE32(sizes->data + kSizeEntries + size_t{4} * sample));
+    return true;
+}
+
+uint32_t SampleMap::GetSampleSize(int32_t sample) const {
+    const uint32_t index = static_cast<uint32_t>(sample);
+    if (index >= sampleCount)
+        return 0;
+    return constantSize ? constantSize : ReadBE32(sizes->data + kSizeEntries + size_t{4} * index);
+}
+
+// Moves the cache to the entry that covers the sample; the last one covers all that is left. Sample numbers are formed
+// in 32 bits and may wrap with forged entries; the walk is bounded by the entries all the same.
+void SampleMap::FindChunkEntry(int32_t sample) {
+    if (sample < cacheFirstSample || sample > cacheEndSample) {
+        cacheEntry = 0;
+        cacheFirstSample = 0;
+    }
+    const int32_t last = static_cast<int32_t>(chunkMapCount) - 1;
+    int32_t entry = cacheEntry;
+    uint32_t first = static_cast<uint32_t>(cacheFirstSample);
+    while (entry < last) {
+        const uint32_t chunks = FirstChunk(entry + 1) - FirstChunk(entry);
+        const uint32_t end = first + chunks * SamplesPerChunk(entry);
+        cacheEndSample = static_cast<int32_t>(end);
+        if (sample < cacheEndSample)
+            break;
+        first = end;
+        ++entry;
+    }
+    if (entry == last)
+        cacheEndSample = kUnbounded;
+    cacheEntry = entry;
+    cacheFirstSample = static_cast<int32_t>(first);
+}
+
+// Bytes of the samples from `first` to before `end`, as far as they exist.
+uint64_t SampleMap::SizeOfRun(int64_t first, int64_t end) const {
+    if (constantSize)
+        return static_cast<uint64_t>(end - first) * constantSize;
+    uint64_t total = 0;
+    const int64_t stop = std::min<int64_t>(end, sampleCount);
+    for (int64_t sample = std::max<int64_t>(first, 0); sample < stop; ++sample)
+        total += ReadBE32(sizes->data + kSizeEntries + 4 * static_cast<size_t>(sample));
+    return total;
+}
+
+uint64_t SampleMap::ChunkOffset(uint32_t chunk) const {
+    const uint8_t* entries = chunkOffsets->data + kTableHeader;
+    return offsets64 ? ReadBE64(entries + size_t{8} * chunk) : ReadBE32(entries + size_t{4} * chunk);
+}
+
+uint64_t SampleMap::GetSampleOffset(int32_t sample) {
+    if (sample < 0)
+        return 0;
+    uint32_t samplesPerChunk = 1;
+    int64_t firstChunk = 0, firstSample = 0;
+    if (chunkMapCount > 0) {
+        FindChunkEntry(sample);
+        samplesPerChunk = SamplesPerChunk(cacheEntry);
+        firstChunk = static_cast<int32_t>(FirstChunk(cacheEntry) - 1);
+        firstSample = cacheFirstSample;
+    }
+    const int64_t within = sample - firstSample;
+    const int64_t whole = samplesPerChunk ? within / samplesPerChunk : 0;
+    const int64_t position = within - whole * samplesPerChunk;  // inside the chunk
+    const int64_t chunk = firstChunk + whole;
+    if (chunk < 0 || chunk >= chunkCount)
+        return 0;
+    return ChunkOffset(static_cast<uint32_t>(chunk)) + SizeOfRun(sample - position, sample);
+}
+
+}  // namespace kivmp4

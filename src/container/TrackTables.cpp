@@ -1,0 +1,124 @@
+// Expanding a track's sync and time tables into plain arrays for seeking and navigation.
+#include "container/Track.h"
+
+#include "support/Log.h"
+#include "support/Wrap.h"
+
+namespace kivmp4 {
+namespace {
+
+// Counts and values (deltas or offsets) of a table with entries of two words.
+struct PairTable {
+    const ByteView& table;
+    uint32_t entries;
+
+    explicit PairTable(const ByteView& content) : table(content), entries(TableEntries(content, 8)) {}
+    uint32_t CountAt(uint32_t entry) const { return ReadBE32(table.data + kTableHeader + size_t{8} * entry); }
+    uint32_t ValueAt(uint32_t entry) const { return ReadBE32(table.data + kTableHeader + 4 + size_t{8} * entry); }
+
+    /// @return samples that the copied counts speak of; more than 2^31 - 1 cannot be expanded
+    uint64_t Copy(uint32_t* counts, uint32_t* values) const {
+        uint64_t samples = 0;
+        for (uint32_t entry = 0; entry < entries; ++entry) {
+            counts[entry] = CountAt(entry);
+            values[entry] = ValueAt(entry);
+            samples += counts[entry];
+        }
+        return samples;
+    }
+};
+
+// What a message that has room for 32 bits tells of a number of bytes.
+int LowBits(uint64_t bytes) { return static_cast<int>(static_cast<uint32_t>(bytes)); }
+
+// The two working arrays of an expansion; gone at its end.
+struct WorkingArrays {
+    const ClientAllocator* allocator;
+    uint32_t* counts = nullptr;
+    uint32_t* values = nullptr;
+
+    explicit WorkingArrays(const ClientAllocator* memory) : allocator(memory) {}
+    WorkingArrays(const WorkingArrays&) = delete;
+    WorkingArrays& operator=(const WorkingArrays&) = delete;
+    ~WorkingArrays() {
+        FreeWords(allocator, counts);
+        FreeWords(allocator, values);
+    }
+    bool AllocateCounts(uint32_t entries) { return (counts = AllocateWords(allocator, entries)) != nullptr; }
+    bool AllocateValues(uint32_t entries) { return (values = AllocateWords(allocator, entries)) != nullptr; }
+};
+
+}  // namespace
+
+bool Track::ParseSTSS(Mp4Box& stss) {
+    const BoxContent table(&stss);
+    if (!table || table->size < kTableHeader)
+        return false;
+    const uint32_t entries = TableEntries(*table, 4);
+    syncSamples = AllocateWords(allocator, entries);
+    if (!syncSamples) {
+        LogError(logLevel, "ParseSTSS", 652, " Cannot allocate memory of size(%d)", LowBits(uint64_t{entries} * 4));
+        return false;
+    }
+    syncSampleCount = entries;
+    for (uint32_t entry = 0; entry < entries; ++entry)
+        syncSamples[entry] = ReadBE32(table->data + kTableHeader + size_t{4} * entry) - 1;
+    return true;
+}
+
+bool Track::ParseSTTS(Mp4Box& stts) {
+    const BoxContent content(&stts);
+    const PairTable table(*content);
+    if (!content || table.entries == 0)
+        return false;
+    WorkingArrays arrays(allocator);
+    if (!arrays.AllocateCounts(table.entries)) {
+        LogDebug(logLevel, "ParseSTTS", 673, " Cannot allocate memory of size(%d) ", LowBits(uint64_t{table.entries} * 4));
+        return false;
+    }
+    if (!arrays.AllocateValues(table.entries)) {
+        LogError(logLevel, "ParseSTTS", 680, " Cannot allocate memory of size(%d) ", LowBits(uint64_t{table.entries} * 4));
+        return false;
+    }
+    const uint64_t samples = table.Copy(arrays.counts, arrays.values);
+    if (samples > INT32_MAX || (samples > 0 && !decodeTimes.Allocate(allocator, 4, static_cast<uint32_t>(samples)))) {
+        LogError(logLevel, "ParseSTTS", 697, " Unable to allcoate enough memory ! ");
+        return false;
+    }
+    sampleCount = static_cast<uint32_t>(samples);
+    sttsEntryCount = table.entries;
+    uint64_t mediaTime = 0;
+    uint32_t sample = 0;
+    for (uint32_t entry = 0; entry < table.entries; ++entry)
+        for (uint32_t left = arrays.counts[entry]; left > 0; --left, mediaTime += arrays.values[entry])
+            decodeTimes.Set(sample++, DivideOrZero(static_cast<int64_t>(mediaTime * 90000), timescale));
+    return true;
+}
+
+bool Track::ParseCTTS(Mp4Box& ctts) {
+    const BoxContent content(&ctts);
+    if (!content || content->size < kTableHeader)
+        return false;
+    const PairTable table(*content);
+    WorkingArrays arrays(allocator);
+    if (!arrays.AllocateCounts(table.entries) || !arrays.AllocateValues(table.entries))
+        return false;
+    const uint64_t samples = table.Copy(arrays.counts, arrays.values);
+    if (samples == 0)
+        return true;
+    if (samples > INT32_MAX || !compositionOffsets.Allocate(allocator, 8, static_cast<uint32_t>(samples))) {
+        LogError(logLevel, "ParseCTTS", 924, " Cannot allocate memory for CTTS box, required free space (%d)  ",
+                 LowBits(samples * 8));
+        return false;
+    }
+    uint32_t sample = 0;
+    for (uint32_t entry = 0; entry < table.entries; ++entry) {
+        // The product wraps in 32 bits: an offset beyond 23860 media units comes out wrong.
+        const int64_t ticks = DivideOrZero(WrapMultiply32(90000, arrays.values[entry]), timescale);
+        for (uint32_t left = arrays.counts[entry]; left > 0; --left)
+            compositionOffsets.Set(sample++, ticks);
+    }
+    return true;
+}
+
+}  // namespace kivmp4

@@ -1,0 +1,179 @@
+// The thread that reads the file ahead: setup, the fill loop, exit.
+#include <algorithm>
+
+#include "io/FileReader.h"
+#include "platform/Thread.h"
+#include "support/Log.h"
+
+namespace kivmp4 {
+namespace {
+
+constexpr uint32_t kIdleDelay = 90;   // microseconds
+constexpr uint32_t kEmptyDelay = 10;  // while the player has nothing yet
+constexpr size_t kBlockAlignment = 256;
+constexpr uint32_t kSyncAttribute = 0x2000;
+
+}  // namespace
+
+void FileReader::Stream() {
+    LogDebug(logLevel, "FileStreamingThread", 83, " File Streaming thread started....");
+    if (SetUp()) {
+        LearnFileSize();
+        while (KeepGoing()) {
+            if (flushed || readFailed) {
+                platform::DelayMicroseconds(kIdleDelay);
+                continue;
+            }
+            const int32_t position = TakeBlock();
+            if (position < 0)
+                platform::DelayMicroseconds(kIdleDelay);
+            else if (!Fill(position))
+                break;
+        }
+        LogDebug(logLevel, "FileStreamingThread", 186, " File Streaming thread exited ");
+    }
+    if (!stopRequested)
+        threadEnded = 1;
+}
+
+bool FileReader::SetUp() {
+    if (ioLock.Lock() < 0)
+        return false;
+    bufferMemory = static_cast<uint8_t*>(ModuleAllocRaw(kBlockAlignment, kBufferSize));
+    if (!bufferMemory) {
+        ioLock.Unlock();
+        LogError(logLevel, "FileStreamingThread", 92, " Cannot allocate enough memory %d ", static_cast<int>(kBufferSize));
+        return false;
+    }
+    if (!CreateBufferObjects()) {
+        ioLock.Unlock();
+        LogError(logLevel, "FileStreamingThread", 99, " Failed to Initailize buffer for Reading %d to 0x%llx",
+                 static_cast<int>(kBufferSize), static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(bufferMemory)));
+        return false;
+    }
+    bufferedStart = 0;
+    bufferedEnd = 0;
+    if (!stopRequested)
+        running.exchange(1);
+    if (stopRequested)  // the request came between the test and the exchange
+        running.exchange(0);
+    return ioLock.Unlock() >= 0;
+}
+
+bool FileReader::CreateBufferObjects() {
+    const bool locked = bufferLock.Create("filebuffer") >= 0;
+    spaceMutex = platform::MutexCreate("filebuffer", kSyncAttribute);
+    spaceSignal = platform::ConditionCreate("filebuffer", kSyncAttribute, spaceMutex);
+    const bool pooled = pool.Create(bufferMemory, kBufferSize, kBlockSize);
+    if (locked && spaceMutex >= 0 && spaceSignal >= 0 && pooled) {
+        for (uint32_t position = 0; position < kBlocks; ++position) {
+            descriptors[position].position = static_cast<int32_t>(position);
+            descriptors[position].data = pool.At(static_cast<int32_t>(position));
+        }
+        return true;
+    }
+    DeleteBufferObjects();
+    return false;
+}
+
+// Takes down whatever of the four exists.
+void FileReader::DeleteBufferObjects() {
+    pool.Delete(kBufferSize);
+    bufferLock.Delete();
+    platform::ConditionDelete(spaceSignal);
+    platform::MutexDelete(spaceMutex);
+    spaceSignal = platform::kNoId;
+    spaceMutex = platform::kNoId;
+}
+
+// A player that told the size once and then takes it back is held to its word.
+void FileReader::LearnFileSize() {
+    int64_t size = GetFileSize();
+    while (size == 0 && announcedSize == 0 && KeepGoing()) {
+        platform::DelayMicroseconds(kIdleDelay);
+        size = GetFileSize();
+    }
+    fileSize = size ? size : announcedSize.load();
+}
+
+// @return the position of a free block; -1 when there was none, after waiting until there may be one
+int32_t FileReader::TakeBlock() {
+    if (closing)
+        return -1;
+    const int32_t position = pool.Allocate();
+    if (position < 0) {
+        WaitForSpace();
+        return -1;
+    }
+    if (closing || !KeepGoing()) {
+        pool.Free(position);
+        return -1;
+    }
+    return position;
+}
+
+// Whoever changes one of the tested conditions signals afterwards with spaceMutex held, so no wake-up gets lost.
+void FileReader::WaitForSpace() {
+    if (platform::MutexLock(spaceMutex) < 0)
+        return;
+    if (KeepGoing() && !closing && !pool.HasRoom())
+        platform::ConditionWait(spaceSignal);
+    platform::MutexUnlock(spaceMutex);
+}
+
+// Reads the stretch at `fillPosition` into the block and queues it. @return false when the thread is to end
+bool FileReader::Fill(int32_t position) {
+    if (ioLock.Lock() < 0) {
+        pool.Free(position);
+        return false;
+    }
+    if (!KeepGoing() || flushed) {
+        pool.Free(position);
+        return ioLock.Unlock() >= 0 && KeepGoing();
+    }
+    FileBlock& block = descriptors[position];
+    block.offset = fillPosition;
+    const int64_t left = std::max<int64_t>(fileSize - block.offset, 0);
+    const uint32_t size = static_cast<uint32_t>(std::min<int64_t>(left, kBlockSize));
+    const uint32_t count = size ? AskForFill(block, size) : 0;
+    if (count == size) {
+        block.length = static_cast<int32_t>(count);
+        Append(block);
+        fillPosition += count;
+        bufferedEnd = fillPosition.load();
+        if (fillPosition == fileSize)
+            fillPosition = 0;  // a player that starts over finds the beginning read already
+    } else {
+        LogDebug(logLevel, "FileStreamingThread", 159, " Cannot read requested data %d, can read only %d \n",
+                 static_cast<int>(size), static_cast<int>(count));
+        readFailed.exchange(1);
+        pool.Free(position);
+    }
+    return ioLock.Unlock() >= 0;
+}
+
+// An answer of 0 means that the player has nothing yet.
+uint32_t FileReader::AskForFill(const FileBlock& block, uint32_t size) {
+    for (;;) {
+        const uint32_t count = fileInterface->read(fileInterface->context, block.data, block.offset, size);
+        if (count != 0 || !KeepGoing())
+            return count;
+        LogDebug(logLevel, "FileStreamingThread", 152, "INFO - BUFFERING??\n");
+        platform::DelayMicroseconds(kEmptyDelay);
+    }
+}
+
+void FileReader::Append(FileBlock& block) {
+    bufferLock.Lock();
+    queueLock.Lock();
+    block.next = nullptr;
+    FileBlock** link = &blocks;
+    while (*link)
+        link = &(*link)->next;
+    *link = &block;
+    ++blockCount;
+    queueLock.Unlock();
+    bufferLock.Unlock();
+}
+
+}  // namespace kivmp4

@@ -1,0 +1,55 @@
+// The one module heap of the process.
+#include "support/ModuleHeap.h"
+
+#include <cstring>
+
+#include "platform/Heap.h"
+
+namespace kivmp4 {
+namespace {
+
+platform::Heap* moduleHeap = nullptr;  // in the player's memory; null between handles
+
+}  // namespace
+
+bool CreateModuleHeap(void* memory, size_t capacity) {
+    moduleHeap = platform::Heap::Create(memory, capacity);
+    return moduleHeap != nullptr;
+}
+
+int32_t DestroyModuleHeap() {
+    if (moduleHeap)
+        moduleHeap->Delete();
+    moduleHeap = nullptr;
+    return 0;
+}
+
+void* ModuleAlloc(uint32_t, size_t size) {
+    if (!moduleHeap || size > INT32_MAX)
+        return nullptr;
+    const size_t rounded = (size + 3) & ~static_cast<size_t>(3);
+    void* block = moduleHeap->Allocate(rounded);
+    if (block)
+        std::memset(block, 0, rounded);
+    return block;
+}
+
+void* ModuleAllocRaw(size_t alignment, size_t size) {
+    return moduleHeap ? moduleHeap->AllocateAligned(alignment, size) : nullptr;
+}
+
+bool ModuleExtend(void* block, size_t size, size_t newSize) {
+    if (!moduleHeap || newSize < size || !moduleHeap->Extend(block, newSize))
+        return false;
+    std::memset(static_cast<uint8_t*>(block) + size, 0, newSize - size);
+    return true;
+}
+
+bool ModuleOwns(const void* block, size_t size) { return moduleHeap && moduleHeap->Owns(block, size); }
+
+void ModuleFree(void* block) {
+    if (moduleHeap && block)
+        moduleHeap->Free(block);
+}
+
+}  // namespace kivmp4
