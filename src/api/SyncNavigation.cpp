@@ -21,7 +21,7 @@ void MoveOtherTracks(Mp4Demux& demux, TrackCursor& video, int64_t time, bool nex
     }
 }
 
-int32_t GetSyncUnit(Mp4Demux& demux, AccessUnit* unit, bool next) {
+int32_t GetSyncUnit(Mp4Demux& demux, AccessUnit& unit, bool next) {
     const int32_t level = demux.logLevel;
     if (demux.trackCount == 0) {
         if (next) LogError(level, "GetNextSyncUnit", 978, " There are not enough Tracks availabe ");
@@ -45,16 +45,15 @@ int32_t GetSyncUnit(Mp4Demux& demux, AccessUnit* unit, bool next) {
     MoveOtherTracks(demux, *video, time, next);
     if (next && video->track->GetPrevSyncSample(sample) != sample)
         LogWarning(level, "GetNextSyncUnit", 1011, " Not a Sync sample:  %lld, %d ", static_cast<long long>(time), sample);
-    if (unit)
-        unit->trackIndex = video->index;
-    if (FetchUnit(*video, demux.movie, unit) != 0) {
+    unit.trackIndex = video->index;
+    if (FetchUnit(*video, demux.movie, &unit) != 0) {
         const int track = static_cast<int>(video->index);
         if (next) LogError(level, "GetNextSyncUnit", 1023, " Error from GetNext for track %d ", track);
         else      LogError(level, "GetPrevSyncUnit", 969, " Error from GetNext for track %d ", track);
         return -1;
     }
-    demux.activeUnit = unit;
-    unit->isSync = 1;
+    demux.activeUnit = &unit;
+    unit.isSync = 1;
     --video->nextSample;  // the next ordinary delivery brings the same sample again
     return 0;
 }
@@ -64,11 +63,11 @@ int32_t GetSyncUnit(Mp4Demux& demux, AccessUnit* unit, bool next) {
 extern "C" {
 
 int32_t KivMp4GetNextSyncUnit(Mp4Demux* demux, AccessUnit* unit) {
-    return IsLive(demux) ? GetSyncUnit(*demux, unit, true) : -1;
+    return IsLive(demux) && unit ? GetSyncUnit(*demux, *unit, true) : -1;
 }
 
 int32_t KivMp4GetPrevSyncUnit(Mp4Demux* demux, AccessUnit* unit) {
-    return IsLive(demux) ? GetSyncUnit(*demux, unit, false) : -1;
+    return IsLive(demux) && unit ? GetSyncUnit(*demux, *unit, false) : -1;
 }
 
 }  // extern "C"

@@ -1,0 +1,174 @@
+// Positioned reads through the streaming reader: byte-exact at every edge of its blocks.
+#include "io/FileReader.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "io/FileSource.h"
+#include "support/LogCapture.h"
+#include "support/MemoryFile.h"
+
+namespace kivmp4::test {
+namespace {
+
+constexpr int64_t kBlock = 0x10000;
+
+Bytes Pattern(int64_t size) {
+    Bytes bytes(static_cast<size_t>(size));
+    std::mt19937 random(11);
+    for (uint8_t& byte : bytes)
+        byte = static_cast<uint8_t>(random());
+    return bytes;
+}
+
+/// A reader over a file, asked the way boxes ask: again while it says "not yet".
+class Streaming {
+public:
+    explicit Streaming(Bytes content, int32_t level = 0, size_t heapCapacity = size_t{1} << 20)
+        : file(std::move(content)), heapMemory(heapCapacity) {
+        EXPECT_TRUE(CreateModuleHeap(heapMemory.data(), heapMemory.size()));
+        reader = ModuleNew<FileReader>(level);
+        source = ModuleNew<FileSource>(reader, level);
+    }
+    ~Streaming() {
+        EXPECT_EQ(source->Close(), 0);
+        EXPECT_EQ(source->Close(), -1);
+        delete source;
+        DestroyModuleHeap();
+        EXPECT_EQ(file.Opens(), file.Closes());
+        EXPECT_TRUE(file.Violations().empty()) << file.Violations()[0];
+    }
+    ReadStatus Open() { return reader->Open("clip.mp4", 0, file.Interface(), 0); }
+    ReadStatus Read(int64_t offset, uint32_t size) {
+        got.assign(size + 1, 0xEE);
+        ReadStatus status;
+        while ((status = source->Read(offset, size, got.data())) == ReadStatus::NotReady)
+            std::this_thread::yield();
+        EXPECT_EQ(got.back(), 0xEE) << "writes behind the destination";
+        got.pop_back();
+        return status;
+    }
+    void ExpectBytes(int64_t offset, uint32_t size) {
+        ASSERT_EQ(Read(offset, size), ReadStatus::Done) << offset << ' ' << size;
+        ASSERT_TRUE(std::equal(got.begin(), got.end(), file.bytes.begin() + offset)) << offset << ' ' << size;
+    }
+
+    MemoryFile file;
+    std::vector<uint8_t> heapMemory;
+    FileReader* reader;
+    FileSource* source;
+    Bytes got;
+};
+
+TEST(FileReader, DeliversTheFilesBytesAtEveryEdge) {
+    for (const int64_t size : {kBlock - 1, kBlock, kBlock + 1, 3 * kBlock - 1, 3 * kBlock, 4 * kBlock + 1}) {
+        SCOPED_TRACE(size);
+        Streaming s(Pattern(size));
+        ASSERT_EQ(s.Open(), ReadStatus::Done);
+        std::vector<int64_t> edges = {0, 1};
+        for (int64_t edge = kBlock; edge <= size; edge += kBlock)
+            edges.insert(edges.end(), {edge - 1, edge, edge + 1});
+        edges.insert(edges.end(), {size - 1, size});
+        for (const int64_t from : edges)
+            for (const uint32_t count : {0u, 1u, 2u, 65535u, 65536u, 65537u})
+                if (from + count <= size)
+                    s.ExpectBytes(from, count);
+        for (int64_t position = 0; position + 5000 <= size; position += 5000)
+            s.ExpectBytes(position, 5000);
+        std::mt19937 random(5);
+        for (int i = 0; i < 100; ++i) {
+            const int64_t from = random() % size;
+            s.ExpectBytes(from, static_cast<uint32_t>(std::min<int64_t>(size - from, random() % 70000)));
+        }
+    }
+}
+
+TEST(FileReader, RefusesReadsBeyondTheEndWithAMessage) {
+    LogCapture log;
+    Streaming s(Pattern(100000), 1);
+    ASSERT_EQ(s.Open(), ReadStatus::Done);
+    struct Case {
+        int64_t offset;
+        uint32_t size;
+    };
+    s.ExpectBytes(99000, 1000);
+    for (const Case c : {Case{99000, 1001}, {100000, 1}, {-1, 1}, {INT64_MAX, 70000}, {INT64_MIN, 1}, {30000, 70001}, {100001, 0}})
+        EXPECT_EQ(s.Read(c.offset, c.size), ReadStatus::Failed) << c.offset;
+    EXPECT_NE(log.Text().find("E/ Read [256]: Read():  File End reached. Cannot get 1001 at 99000 as it crosses 100000 \n\n"),
+              std::string::npos);
+    s.ExpectBytes(0, 100);  // still usable
+}
+
+TEST(FileReader, SequentialReadingAsksForEachBlockOnce) {
+    Streaming s(Pattern(10 * kBlock + 77));
+    ASSERT_EQ(s.Open(), ReadStatus::Done);
+    // As far as the thread does not start over at the beginning, ahead of the reading.
+    for (int64_t position = 0; position < 6 * kBlock; position += 3000)
+        s.ExpectBytes(position, 3000);
+    int64_t expected = 0;
+    for (const auto& call : s.file.Reads()) {
+        EXPECT_EQ(call.offset, expected);
+        EXPECT_EQ(call.size, kBlock);
+        expected += kBlock;
+    }
+    EXPECT_GE(expected, 6 * kBlock);
+}
+
+TEST(FileReader, TrickModeReadsStraightFromThePlayer) {
+    LogCapture log;
+    Streaming s(Pattern(5 * kBlock), 4);
+    ASSERT_EQ(s.Open(), ReadStatus::Done);
+    s.ExpectBytes(10, 10);
+    s.reader->Flush();
+    s.reader->Flush();
+    const size_t before = s.file.Reads().size();
+    s.ExpectBytes(2 * kBlock + 5, 7);
+    s.ExpectBytes(3, 4);
+    s.ExpectBytes(3, 0);  // nothing to ask for
+    const auto reads = s.file.Reads();
+    ASSERT_EQ(reads.size(), before + 2);
+    EXPECT_EQ(reads[before].offset, 2 * kBlock + 5);
+    EXPECT_NE(log.Text().find("D/ Read [269]: RAW READ:  Size: 7, Position: 131077  \n\n"), std::string::npos);
+    s.reader->ResumeBuffering();
+    for (int64_t position = 0; position < 5 * kBlock; position += 4096)
+        s.ExpectBytes(position, 4096);
+}
+
+TEST(FileReader, AFailedFillEndsAllReadsAndASecondOneDoesNotHang) {
+    for (const MemoryFile::Fault fault : {MemoryFile::Fault::Short, MemoryFile::Fault::Over, MemoryFile::Fault::Error}) {
+        for (const uint32_t call : {0u, 1u, 3u}) {
+            LogCapture log;
+            Streaming s(Pattern(8 * kBlock), 4);
+            s.file.fault = fault;
+            s.file.faultCall = call;
+            ASSERT_EQ(s.Open(), ReadStatus::Done);
+            int64_t position = 0;
+            while (s.Read(position, 60000) == ReadStatus::Done)
+                position += 60000;
+            ASSERT_LT(position, 8 * kBlock);
+            EXPECT_EQ(s.Read(0, 1), ReadStatus::Failed);
+            EXPECT_EQ(log.Count("[159]:"), 1);
+        }
+    }
+}
+
+TEST(FileReader, EndsWaitsWhenTheThreadCannotStart) {
+    LogCapture log;
+    Streaming s(Pattern(kBlock), 1, 100000);  // no room for the read-ahead buffer
+    ASSERT_EQ(s.Open(), ReadStatus::Done);
+    EXPECT_EQ(s.Read(0, 1), ReadStatus::Failed);
+    EXPECT_NE(log.Text().find("E/ FileStreamingThread [92]:  Cannot allocate enough memory 196608 \n"), std::string::npos);
+}
+
+TEST(FileReader, HoldsThePlayerToASizeOnceTold) {
+    Streaming s(Pattern(kBlock));
+    s.file.unknownAsks = 3;  // on each thread
+    s.file.unknownSize = -5;
+    ASSERT_EQ(s.Open(), ReadStatus::Done);
+    EXPECT_EQ(s.source->GetSize(), 0);
+    s.ExpectBytes(kBlock - 10, 10);
+}
+
+}  // namespace
+}  // namespace kivmp4::test

@@ -1,0 +1,60 @@
+// Redirects standard error into a temporary file for its life, whichever thread writes there.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <unistd.h>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#include <sanitizer/common_interface_defs.h>
+#endif
+
+namespace kivmp4::test {
+
+class LogCapture {
+public:
+    LogCapture() : file(std::tmpfile()), saved(dup(2)) {
+        std::fflush(stderr);
+        dup2(fileno(file), 2);
+        ReportTo(saved);
+    }
+    ~LogCapture() {
+        std::fflush(stderr);
+        dup2(saved, 2);
+        ReportTo(2);
+        close(saved);
+        std::fclose(file);
+    }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::string Text() const {
+        std::fflush(stderr);
+        std::string text;
+        char part[4096];
+        for (ssize_t got; (got = pread(fileno(file), part, sizeof part, static_cast<off_t>(text.size()))) > 0;)
+            text.append(part, static_cast<size_t>(got));
+        return text;
+    }
+    int Count(const std::string& part) const {
+        const std::string text = Text();
+        int count = 0;
+        for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size())
+            count++;
+        return count;
+    }
+    bool Has(const std::string& part) const { return Count(part) > 0; }
+
+private:
+    // Keeps the sanitizers' reports visible.
+    static void ReportTo([[maybe_unused]] int descriptor) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+        __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(descriptor)));
+#endif
+    }
+
+    std::FILE* file;
+    int saved;
+};
+
+}  // namespace kivmp4::test
