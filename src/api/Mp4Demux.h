@@ -58,7 +58,7 @@ private:
     bool WaitForSize(int64_t& size);
     bool OpenMovie(int64_t fileSize);
     bool AddCursor(kivmp4::Track* track);
-    void RemoveLastCursor();
+    void RemoveCursors();
     int32_t CloseSource();
     void CloseMovie();
 };

@@ -68,9 +68,13 @@ int32_t Mp4Demux::Open(uint32_t& tracks, int64_t& duration) {
     int64_t fileSize = 0;
     if (movie || !source || !WaitForSize(fileSize) || !OpenMovie(fileSize))
         return -1;
-    for (uint32_t position = 0; position < movie->TrackCount(); ++position)
-        if (!AddCursor(movie->GetTrack(position)))
+    for (uint32_t position = 0; position < movie->TrackCount(); ++position) {
+        if (!AddCursor(movie->GetTrack(position))) {
+            RemoveCursors();
+            CloseMovie();  // the source stays: opening may be tried again
             return -1;
+        }
+    }
     tracks = movie->TrackCount();
     duration = movie->Duration100us();
     return 0;
@@ -120,20 +124,22 @@ bool Mp4Demux::AddCursor(Track* track) {
     return cursor != nullptr;
 }
 
-void Mp4Demux::RemoveLastCursor() {
-    lock.Lock();
-    TrackCursor* cursor = lastCursor;
-    lastCursor = cursor->previous;
-    (lastCursor ? lastCursor->next : trackCursors) = nullptr;
-    ModuleFree(cursor);
-    --trackCount;
-    lock.Unlock();
+// Last to first, one hold of the lock each.
+void Mp4Demux::RemoveCursors() {
+    while (trackCount > 0) {
+        lock.Lock();
+        TrackCursor* cursor = lastCursor;
+        lastCursor = cursor->previous;
+        (lastCursor ? lastCursor->next : trackCursors) = nullptr;
+        ModuleFree(cursor);
+        --trackCount;
+        lock.Unlock();
+    }
 }
 
 int32_t Mp4Demux::Close() {
     LogDebug(logLevel, "Close", 1179, "Called ");
-    while (trackCount > 0)
-        RemoveLastCursor();
+    RemoveCursors();
     const int32_t result = CloseSource();
     CloseMovie();
     return result;

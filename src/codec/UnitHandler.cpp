@@ -8,7 +8,7 @@ namespace {
 
 // A record that was never prepared, or that was kept from an earlier handle, has no block of ours.
 void DropForeignBlock(AccessUnit& unit) {
-    if (unit.payload && unit.capacity >= 0 && ModuleOwns(unit.payload, static_cast<size_t>(unit.capacity)))
+    if (unit.payload && unit.capacity >= 0 && ModuleOwnsPayload(unit.payload, static_cast<size_t>(unit.capacity)))
         return;
     unit.payload = nullptr;
     unit.capacity = 0;
@@ -29,7 +29,7 @@ bool UnitHandler::Grow(AccessUnit& unit, int64_t need, int64_t margin) {
     if (unit.capacity >= need + margin)
         return true;
     ModuleFree(unit.payload);
-    SetBlock(unit, ModuleAlloc(1, static_cast<size_t>(capacity)), capacity);
+    SetBlock(unit, ModuleAllocPayload(static_cast<size_t>(capacity)), capacity);
     return unit.payload != nullptr;
 }
 
@@ -44,7 +44,7 @@ bool UnitHandler::GrowKeeping(AccessUnit& unit, int64_t need, int64_t margin) {
         unit.capacity = static_cast<int32_t>(capacity);
         return true;
     }
-    void* block = ModuleAlloc(1, newSize);
+    void* block = ModuleAllocPayload(newSize);
     if (block)
         std::memcpy(block, unit.payload, static_cast<size_t>(unit.size));
     else

@@ -10,7 +10,7 @@
 namespace kivmp4 {
 
 /// Built completely while the file is opened; owns its tracks and the box tree. On the module heap.
-class FileMovie : public SampleReader {
+class FileMovie final : public SampleReader {
 public:
     /// @param rootBox  owned from here on
     FileMovie(Mp4Box* rootBox, const ClientAllocator* memory, int32_t level);

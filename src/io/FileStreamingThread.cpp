@@ -142,7 +142,7 @@ bool FileReader::Fill(int32_t position) {
         fillPosition += count;
         bufferedEnd = fillPosition.load();
         if (fillPosition == fileSize)
-            fillPosition = 0;  // a player that starts over finds the beginning read already
+            fillPosition = 0;  // goes on from the beginning, as far as the pool has room
     } else {
         LogDebug(logLevel, "FileStreamingThread", 159, " Cannot read requested data %d, can read only %d \n",
                  static_cast<int>(size), static_cast<int>(count));

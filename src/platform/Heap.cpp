@@ -116,7 +116,7 @@ KIVMP4_NO_ASAN void Heap::Use(uint32_t position, uint32_t units) {
     At(position).tag = Tag(position, units, true);
 }
 
-// Any block of a class above the wanted size's own is large enough; in its own class a few are tried.
+// Any block of a class above the wanted size's own is large enough; in its own class some are tried.
 KIVMP4_NO_ASAN uint32_t Heap::FirstFit(uint32_t units) const {
     const Bin own = BinOf(units);
     uint32_t candidate = heads[own.row][own.column];
@@ -129,8 +129,14 @@ KIVMP4_NO_ASAN uint32_t Heap::FirstFit(uint32_t units) const {
     if (columns)
         return heads[own.row][std::countr_zero(columns)];
     const uint32_t rows = rowMap & ~((2u << own.row) - 1);
-    if (!rows)
+    if (!rows) {
+        for (int tries = 0; candidate && tries < kLastScan; ++tries) {
+            if (At(candidate).units >= units)
+                return candidate;
+            candidate = LinksAt(candidate).next;
+        }
         return 0;
+    }
     const uint32_t row = static_cast<uint32_t>(std::countr_zero(rows));
     return heads[row][std::countr_zero(columnMap[row])];
 }
@@ -174,9 +180,9 @@ KIVMP4_NO_ASAN void Heap::Release(uint32_t position) {
     Insert(position, units);
 }
 
-void* Heap::Allocate(size_t size) { return AllocateAligned(kUnit, size); }
+void* Heap::Allocate(size_t size, uint32_t mark) { return AllocateAligned(kUnit, size, mark); }
 
-KIVMP4_NO_ASAN void* Heap::AllocateAligned(size_t alignment, size_t size) {
+KIVMP4_NO_ASAN void* Heap::AllocateAligned(size_t alignment, size_t size, uint32_t mark) {
     const size_t slack = alignment > kUnit ? alignment + kMinUnits * kUnit : 0;
     if (size > INT32_MAX || slack > INT32_MAX)
         return nullptr;
@@ -197,8 +203,10 @@ KIVMP4_NO_ASAN void* Heap::AllocateAligned(size_t alignment, size_t size) {
             Release(front);
         }
     }
-    if (position)
+    if (position) {
         CutTail(position, units);
+        At(position).mark = mark;
+    }
     lock.Unlock();
     if (!position)
         return nullptr;
@@ -220,9 +228,9 @@ KIVMP4_NO_ASAN uint32_t Heap::Find(const void* block) const {
     return units <= end - found && At(found).tag == Tag(found, units, true) ? found : 0;
 }
 
-KIVMP4_NO_ASAN bool Heap::Owns(const void* block, size_t size) const {
+KIVMP4_NO_ASAN bool Heap::Owns(const void* block, size_t size, uint32_t mark) const {
     const uint32_t position = Find(block);
-    return position && size <= (static_cast<size_t>(At(position).units) - 1) * kUnit;
+    return position && At(position).mark == mark && size <= (static_cast<size_t>(At(position).units) - 1) * kUnit;
 }
 
 KIVMP4_NO_ASAN bool Heap::Extend(void* block, size_t size) {

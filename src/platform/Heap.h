@@ -16,17 +16,19 @@ public:
     /// @return null when the memory cannot even hold the bookkeeping
     static Heap* Create(void* memory, size_t capacity);
 
+    /// @param mark  kept with the block, for Owns
     /// @return null when no free stretch is large enough, or for more than 2^31 - 1 bytes; contents are arbitrary
-    void* Allocate(size_t size);
+    void* Allocate(size_t size, uint32_t mark = 0);
 
     /// @param alignment  a power of two
-    void* AllocateAligned(size_t alignment, size_t size);
+    void* AllocateAligned(size_t alignment, size_t size, uint32_t mark = 0);
 
     /// Grows a block where it stands, keeping its contents. @return false when its neighbour is in use: nothing changes
     bool Extend(void* block, size_t size);
 
-    /// Whether `block` is the beginning of a live block of at least that size. Takes no lock: for the block's owner.
-    bool Owns(const void* block, size_t size) const;
+    /// Whether `block` is the beginning of a live block of at least that size with that mark, whatever the pointer is.
+    /// Takes no lock: for the block's owner.
+    bool Owns(const void* block, size_t size, uint32_t mark = 0) const;
 
     /// Ignores null, pointers that are no block of this heap, and blocks that are free already: pointers that somebody
     /// kept from an earlier heap over the same memory do no harm.
@@ -41,7 +43,7 @@ private:
         uint32_t units;          // of the whole block, this header included
         uint32_t previousUnits;  // of the block before; 0 for the first one
         uint32_t tag;            // tells used, free and foreign apart; differs from heap to heap
-        uint32_t spare;
+        uint32_t mark;           // the owner's
     };
     struct Links {
         uint32_t next;
@@ -55,7 +57,8 @@ private:
     static constexpr uint32_t kMinUnits = 2;
     static constexpr uint32_t kColumns = 16;
     static constexpr uint32_t kRows = 29;
-    static constexpr int kBinScan = 64;
+    static constexpr int kBinScan = 64;      // blocks of one class that are tried before larger classes are,
+    static constexpr int kLastScan = 4096;   // and when those are empty
 
     Header& At(uint32_t position) const;
     Links& LinksAt(uint32_t position) const;

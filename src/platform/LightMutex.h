@@ -21,7 +21,7 @@ private:
     std::atomic<uint32_t> state{0};  // 0 free, 1 held, 2 held and somebody sleeps on it
     std::atomic<uint32_t> created{0};
     const char* name = nullptr;
-    unsigned char rest[32 - 2 * sizeof(uint32_t) - sizeof(char*)] = {};
+    [[maybe_unused]] unsigned char rest[32 - 2 * sizeof(uint32_t) - sizeof(char*)] = {};
 };
 
 static_assert(sizeof(LightMutex) == 32 && alignof(LightMutex) == 8);

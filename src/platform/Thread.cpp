@@ -5,6 +5,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "platform/SlotTable.h"
@@ -78,8 +79,9 @@ int32_t ThreadDelete(int32_t id) {
 }
 
 void DelayMicroseconds(uint32_t microseconds) {
-    const timespec delay = {static_cast<time_t>(microseconds / 1000000), static_cast<long>(microseconds % 1000000) * 1000};
-    nanosleep(&delay, nullptr);
+    timespec left = {static_cast<time_t>(microseconds / 1000000), static_cast<long>(microseconds % 1000000) * 1000};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+    }
 }
 
 }  // namespace kivmp4::platform

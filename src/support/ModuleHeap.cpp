@@ -8,7 +8,19 @@
 namespace kivmp4 {
 namespace {
 
+constexpr uint32_t kPayloadMark = 0x50415944;
+
 platform::Heap* moduleHeap = nullptr;  // in the player's memory; null between handles
+
+void* AllocateZeroed(size_t size, uint32_t mark) {
+    if (!moduleHeap || size > INT32_MAX)
+        return nullptr;
+    const size_t rounded = (size + 3) & ~static_cast<size_t>(3);
+    void* block = moduleHeap->Allocate(rounded, mark);
+    if (block)
+        std::memset(block, 0, rounded);
+    return block;
+}
 
 }  // namespace
 
@@ -24,15 +36,9 @@ int32_t DestroyModuleHeap() {
     return 0;
 }
 
-void* ModuleAlloc(uint32_t, size_t size) {
-    if (!moduleHeap || size > INT32_MAX)
-        return nullptr;
-    const size_t rounded = (size + 3) & ~static_cast<size_t>(3);
-    void* block = moduleHeap->Allocate(rounded);
-    if (block)
-        std::memset(block, 0, rounded);
-    return block;
-}
+void* ModuleAlloc(uint32_t, size_t size) { return AllocateZeroed(size, 0); }
+
+void* ModuleAllocPayload(size_t size) { return AllocateZeroed(size, kPayloadMark); }
 
 void* ModuleAllocRaw(size_t alignment, size_t size) {
     return moduleHeap ? moduleHeap->AllocateAligned(alignment, size) : nullptr;
@@ -45,7 +51,9 @@ bool ModuleExtend(void* block, size_t size, size_t newSize) {
     return true;
 }
 
-bool ModuleOwns(const void* block, size_t size) { return moduleHeap && moduleHeap->Owns(block, size); }
+bool ModuleOwnsPayload(const void* block, size_t size) {
+    return moduleHeap && moduleHeap->Owns(block, size, kPayloadMark);
+}
 
 void ModuleFree(void* block) {
     if (moduleHeap && block)

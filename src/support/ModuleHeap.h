@@ -24,8 +24,11 @@ int32_t DestroyModuleHeap();
 /// Grows a block where it stands; added bytes are zero. @return false when that cannot be: nothing has changed
 [[nodiscard]] bool ModuleExtend(void* block, size_t size, size_t newSize);
 
-/// Whether this is the beginning of a live block of at least that size, whatever the pointer is.
-[[nodiscard]] bool ModuleOwns(const void* block, size_t size);
+/// As ModuleAlloc, for payload blocks: players keep pointers to them, beyond the handle's life too.
+[[nodiscard]] void* ModuleAllocPayload(size_t size);
+
+/// Whether this is the beginning of a live payload block of at least that size, whatever the pointer is.
+[[nodiscard]] bool ModuleOwnsPayload(const void* block, size_t size);
 
 /// Ignores null and what is no block of the present heap.
 void ModuleFree(void* block);
