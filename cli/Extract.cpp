@@ -90,8 +90,8 @@ TrackFiles CreateFiles(const Player& player, const std::vector<uint32_t>& tracks
                                        + "; choose another one"};
     TrackFiles files;
     for (const uint32_t track : tracks) {
-        const std::string path =
-            (std::filesystem::path(directory) / ("track" + std::to_string(track) + Suffix(*player.Track(track)))).string();
+        const std::string name = "track" + std::to_string(track) + Suffix(*player.Track(track));
+        const std::string path = (std::filesystem::path(directory) / name).string();
         if (player.File().Is(path))
             throw Failure{kCannotRead, Escape(path) + ": is the file to read from; choose another directory"};
         files.try_emplace(track, path, formats[track]);

@@ -58,7 +58,8 @@ void PrintVideo(Output& out, const CodecInfo& info, bool is3D) {
     if (info.subtype == kH264)
         PrintH264(out, info, level);
     if (info.meanSampleDuration > 0)
-        out.Print("  %-18s%.2f a second on average\n", "frames", 10000.0 / static_cast<double>(info.meanSampleDuration));
+        out.Print("  %-18s%.2f a second on average\n", "frames",
+                  10000.0 / static_cast<double>(info.meanSampleDuration));
     PrintNumber(out, "track distance", info.maxTrackOffset, " bytes at most");
 }
 

@@ -168,7 +168,8 @@ std::vector<uint32_t> Player::Enable(std::optional<uint32_t> only) {
     }
     if (enabled.empty()) {
         const std::string which = only ? "track " + std::to_string(*only) : "every track";
-        throw Failure{kNotUsable, About(which + " is of a kind that cannot be delivered; \"kivmp4 info\" lists the tracks")};
+        throw Failure{kNotUsable, About(which + " is of a kind that cannot be delivered; \"kivmp4 info\" lists the"
+                                                " tracks")};
     }
     return enabled;
 }
@@ -188,7 +189,8 @@ bool Player::Next(AccessUnit& unit) {
 
 void Player::RequireUnits() const {
     if (delivered == 0)
-        throw Failure{kNotUsable, About("its tracks hold no units; if the file is stored in fragments, join them first")};
+        throw Failure{kNotUsable, About("its tracks hold no units; if the file is stored in fragments, join them"
+                                        " first")};
 }
 
 void Player::Stopped(const AccessUnit& unit) const {

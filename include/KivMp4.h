@@ -83,7 +83,7 @@ typedef struct ClientAllocator {
 typedef struct AccessUnit {
     /** The unit's bytes. The block belongs to the module, is reused and replaced by later deliveries into the same
      *  record, and dies with the handle. H.264 comes with start codes (ISO/IEC 14496-10 Annex B), the parameter sets in
-     *  front of sample 0; MPEG-4 visual has its configuration in front of sample 0; everything else is as in the file. */
+     *  front of sample 0; MPEG-4 visual has its configuration in front of sample 0; all else is as in the file. */
     uint8_t* payload;
     /** Size of the `payload` block in bytes. */
     int32_t capacity;

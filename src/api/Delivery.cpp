@@ -66,7 +66,8 @@ int32_t GetNextUnit(Mp4Demux& demux, AccessUnit* unit) {
     if (unit)
         unit->trackIndex = best->index;
     if (FetchUnit(*best, demux.movie, unit) != 0) {
-        LogError(demux.logLevel, "GetNextUnit", 1121, " Error from GetNext for track %d ", static_cast<int>(best->index));
+        const int track = static_cast<int>(best->index);
+        LogError(demux.logLevel, "GetNextUnit", 1121, " Error from GetNext for track %d ", track);
         return -1;
     }
     demux.activeUnit = unit;
@@ -107,15 +108,13 @@ int32_t KivMp4GetNextUnit(Mp4Demux* demux, AccessUnit* unit) {
 }
 
 int32_t KivMp4GetNextUnitData(Mp4Demux* demux, void* destination) {
-    if (!IsLive(demux))
+    if (!IsLive(demux) || !destination)
         return -1;
     const AccessUnit* unit = demux->activeUnit;
     if (!unit) {
         LogError(demux->logLevel, "GetNextUnitData", 1158, " Not an active AU");
         return -1;
     }
-    if (!destination)
-        return -1;
     if (unit->payload && unit->size > 0)
         std::memcpy(destination, unit->payload, static_cast<size_t>(unit->size));
     return 0;

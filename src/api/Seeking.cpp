@@ -66,8 +66,10 @@ void MoveOther(const Mp4Demux& demux, TrackCursor& reference, int64_t referenceT
         LogDebug(level, "JumpPTS", 912, "AUDIO/Text: OldIndex[%d]\tNewIndex[%d] TS[%lld] offset[%lld] timeDiff[%lld] ",
                  oldSample, sample, static_cast<long long>(time), offset, apart);
     const long long distance = OffsetDifference(reference, other);
-    if (forward) LogDebug(level, "JumpPTS", 890, "**** JumpPTS() -- Difference in Video - Audio offset:  %lld  ****", distance);
-    else         LogDebug(level, "JumpPTS", 915, "**** JumpPTS() -- Difference in Video - Audio offset:  %lld  ****", distance);
+    if (forward)
+        LogDebug(level, "JumpPTS", 890, "**** JumpPTS() -- Difference in Video - Audio offset:  %lld  ****", distance);
+    else
+        LogDebug(level, "JumpPTS", 915, "**** JumpPTS() -- Difference in Video - Audio offset:  %lld  ****", distance);
 }
 
 int32_t ResetToStart(const Mp4Demux& demux) {
@@ -86,8 +88,8 @@ int32_t JumpPTS(const Mp4Demux& demux, int64_t target) {
     TrackCursor* reference = demux.VideoCursor();
     TrackCursor* reported = OtherForReport(demux);
     if (!reference) {
-        LogError(level, "JumpPTS", 815,
-                 "FileMovie::JumpPTS:  Video track is disables or no video track. Using the sample index of first enabled track");
+        LogError(level, "JumpPTS", 815, "FileMovie::JumpPTS:  Video track is disables or no video track. "
+                                        "Using the sample index of first enabled track");
         reference = FirstEnabled(demux);
     } else if (!HasSamplesLeft(*reference)) {
         LogError(level, "JumpPTS", 825, "Video Track has reached EOS");

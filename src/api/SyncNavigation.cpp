@@ -36,15 +36,18 @@ int32_t GetSyncUnit(Mp4Demux& demux, AccessUnit& unit, bool next) {
     }
     int32_t sample = 0;
     int64_t time = 0;
-    if (!video->track->GetSyncSampleIndex(next, video->nextSample, sample, time)) {
+    // A forged table may name samples that the track does not have: none of them is a place to stand.
+    const bool found = video->track->GetSyncSampleIndex(next, video->nextSample, sample, time);
+    if (!found || sample < 0 || sample >= video->track->SampleCount()) {
         if (next) LogWarning(level, "GetNextSyncUnit", 993, " Unable to get next Sync Sample ");
         else      LogWarning(level, "GetPrevSyncUnit", 943, " Unable to get previous Sync Sample  ");
         return 1;
     }
     video->nextSample = sample;
     MoveOtherTracks(demux, *video, time, next);
+    const long long shown = time;
     if (next && video->track->GetPrevSyncSample(sample) != sample)
-        LogWarning(level, "GetNextSyncUnit", 1011, " Not a Sync sample:  %lld, %d ", static_cast<long long>(time), sample);
+        LogWarning(level, "GetNextSyncUnit", 1011, " Not a Sync sample:  %lld, %d ", shown, sample);
     unit.trackIndex = video->index;
     if (FetchUnit(*video, demux.movie, &unit) != 0) {
         const int track = static_cast<int>(video->index);

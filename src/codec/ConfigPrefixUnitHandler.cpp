@@ -28,7 +28,8 @@ ConfigPrefixUnitHandler::ConfigPrefixUnitHandler(ByteView config) {
 
 ConfigPrefixUnitHandler::~ConfigPrefixUnitHandler() { ModuleFree(configData); }
 
-int32_t ConfigPrefixUnitHandler::FormatUnit(AccessUnit& unit, SampleReader& reader, int64_t offset, uint32_t sampleSize) {
+int32_t ConfigPrefixUnitHandler::FormatUnit(AccessUnit& unit, SampleReader& reader, int64_t offset,
+                                            uint32_t sampleSize) {
     const int32_t prefixSize = sendConfig ? configSize : 0;
     sendConfig = false;  // whether or not this unit succeeds
     return FormatCopy(unit, reader, offset, sampleSize, configData, prefixSize);

@@ -9,8 +9,8 @@
 
 namespace kivmp4 {
 
-/// Base of the family; by itself it formats nothing. A handler serves one track, keeps no reference between calls and is
-/// called from one thread at a time. Objects live on the module heap and go by `delete`.
+/// Base of the family; by itself it formats nothing. A handler serves one track, keeps no reference between calls and
+/// is called from one thread at a time. Objects live on the module heap and go by `delete`.
 class UnitHandler {
 public:
     virtual ~UnitHandler() {}

@@ -11,8 +11,8 @@ namespace kivmp4 {
 class KeyMap {
 public:
     /// Loads "stss" below `stbl` and keeps it until destruction.
-    /// @return true also without "stss" (then every sample is a sync sample); false when the table cannot be read or its
-    ///         version is not 0
+    /// @return true also without "stss" (then every sample is a sync sample); false when the table cannot be read or
+    ///         its version is not 0
     [[nodiscard]] bool Parse(Mp4Box& stbl);
 
     /// @param sample  index from 0

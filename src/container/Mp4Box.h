@@ -38,8 +38,8 @@ public:
     int64_t GetSize() override { return size; }
     bool IsDataAvailable() override;
 
-    /// Loads the box whole if it is not in memory yet. @return its first byte, header included; null when it is 2 GiB or
-    /// more, when memory is missing or reading failed. Given back by one ReleaseData
+    /// Loads the box whole if it is not in memory yet. @return its first byte, header included; null when it is 2 GiB
+    /// or more, when memory is missing or reading failed. Given back by one ReleaseData
     const uint8_t* AcquireData() override;
     void ReleaseData() override;
 

@@ -77,14 +77,18 @@ void SampleMap::FindChunkEntry(int32_t sample) {
 }
 
 // Bytes of the samples from `first` to before `end`, as far as they exist.
-uint64_t SampleMap::SizeOfRun(int64_t first, int64_t end) const {
+uint64_t SampleMap::SizeOfRun(int64_t first, int64_t end) {
     if (constantSize)
         return static_cast<uint64_t>(end - first) * constantSize;
-    uint64_t total = 0;
-    const int64_t stop = std::min<int64_t>(end, sampleCount);
-    for (int64_t sample = std::max<int64_t>(first, 0); sample < stop; ++sample)
-        total += ReadBE32(sizes->data + kSizeEntries + 4 * static_cast<size_t>(sample));
-    return total;
+    first = std::max<int64_t>(first, 0);
+    end = std::min<int64_t>(end, sampleCount);
+    if (first != runFirst || end < runEnd) {
+        runFirst = runEnd = first;
+        runSize = 0;
+    }
+    for (; runEnd < end; ++runEnd)
+        runSize += ReadBE32(sizes->data + kSizeEntries + 4 * static_cast<size_t>(runEnd));
+    return runSize;
 }
 
 uint64_t SampleMap::ChunkOffset(uint32_t chunk) const {

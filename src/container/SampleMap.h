@@ -27,9 +27,12 @@ public:
 private:
     bool ParseSizes(Mp4Box& stbl);
     void FindChunkEntry(int32_t sample);
-    uint32_t FirstChunk(int32_t entry) const { return ReadBE32(chunkMap->data + kTableHeader + size_t{12} * static_cast<uint32_t>(entry)); }
-    uint32_t SamplesPerChunk(int32_t entry) const { return ReadBE32(chunkMap->data + kTableHeader + 4 + size_t{12} * static_cast<uint32_t>(entry)); }
-    uint64_t SizeOfRun(int64_t first, int64_t end) const;
+    const uint8_t* ChunkEntry(int32_t entry) const {
+        return chunkMap->data + kTableHeader + size_t{12} * static_cast<uint32_t>(entry);
+    }
+    uint32_t FirstChunk(int32_t entry) const { return ReadBE32(ChunkEntry(entry)); }
+    uint32_t SamplesPerChunk(int32_t entry) const { return ReadBE32(ChunkEntry(entry) + 4); }
+    uint64_t SizeOfRun(int64_t first, int64_t end);
     uint64_t ChunkOffset(uint32_t chunk) const;
 
     BoxContent sizes;       // "stsz"
@@ -45,6 +48,10 @@ private:
     int32_t cacheFirstSample = 0;
     int32_t cacheEndSample = 0;
     int32_t cacheEntry = 0;
+    // The last run of sample sizes added up: delivery asks for a run that is one longer, or for the same again.
+    int64_t runFirst = 0;
+    int64_t runEnd = 0;
+    uint64_t runSize = 0;
 };
 
 }  // namespace kivmp4

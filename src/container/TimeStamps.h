@@ -7,9 +7,9 @@
 
 namespace kivmp4 {
 
-/// "stts" and "ctts" (ISO/IEC 14496-12, 8.6.1), decoded in place. Lookups start from where the last one stopped, so they
-/// move caches: one thread at a time. Every index is safe. All times handed out are 90 kHz ticks; the caches count media
-/// units.
+/// "stts" and "ctts" (ISO/IEC 14496-12, 8.6.1), decoded in place. Lookups start from where the last one stopped, so
+/// they move caches: one thread at a time. Every index is safe. All times handed out are 90 kHz ticks; the caches count
+/// media units.
 class TimeStamps {
 public:
     /// Loads the tables below `stbl` and keeps them until destruction.

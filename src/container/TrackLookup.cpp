@@ -28,8 +28,8 @@ bool Track::FindCandidate(uint64_t time, uint32_t& candidate) const {
     return false;
 }
 
-// @return the nearer of the sync samples around the candidate, the later one when both are as near; the candidate itself
-// at or behind the last one
+// @return the nearer of the sync samples around the candidate, the later one when both are as near; the candidate
+// itself at or behind the last one
 uint32_t Track::SnapToSync(uint32_t candidate) const {
     for (uint32_t entry = 1; entry < syncSampleCount; ++entry) {
         const uint32_t before = syncSamples[entry - 1], behind = syncSamples[entry];

@@ -72,12 +72,13 @@ bool Track::ParseSTTS(Mp4Box& stts) {
     if (!content || table.entries == 0)
         return false;
     WorkingArrays arrays(allocator);
+    const int needed = LowBits(uint64_t{table.entries} * 4);
     if (!arrays.AllocateCounts(table.entries)) {
-        LogDebug(logLevel, "ParseSTTS", 673, " Cannot allocate memory of size(%d) ", LowBits(uint64_t{table.entries} * 4));
+        LogDebug(logLevel, "ParseSTTS", 673, " Cannot allocate memory of size(%d) ", needed);
         return false;
     }
     if (!arrays.AllocateValues(table.entries)) {
-        LogError(logLevel, "ParseSTTS", 680, " Cannot allocate memory of size(%d) ", LowBits(uint64_t{table.entries} * 4));
+        LogError(logLevel, "ParseSTTS", 680, " Cannot allocate memory of size(%d) ", needed);
         return false;
     }
     const uint64_t samples = table.Copy(arrays.counts, arrays.values);

@@ -40,7 +40,8 @@ ReadStatus FileReader::Open(const char* path, uint32_t mode, const FileInterface
         return ReadStatus::NotReady;
     }
     streamingReader = this;
-    thread = platform::ThreadCreate("orvale FileStreaming", FileStreamingThread, ThreadPriority(basePriority), kStackSize);
+    const int32_t priority = ThreadPriority(basePriority);
+    thread = platform::ThreadCreate("orvale FileStreaming", FileStreamingThread, priority, kStackSize);
     if (thread < 0 || platform::ThreadStart(thread, this) < 0) {
         LogError(logLevel, "Open", 229, " Failed to start Thread ");
         return ReadStatus::NotReady;

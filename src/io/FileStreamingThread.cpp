@@ -39,16 +39,18 @@ void FileReader::Stream() {
 bool FileReader::SetUp() {
     if (ioLock.Lock() < 0)
         return false;
+    constexpr int kShownSize = kBufferSize;
     bufferMemory = static_cast<uint8_t*>(ModuleAllocRaw(kBlockAlignment, kBufferSize));
     if (!bufferMemory) {
         ioLock.Unlock();
-        LogError(logLevel, "FileStreamingThread", 92, " Cannot allocate enough memory %d ", static_cast<int>(kBufferSize));
+        LogError(logLevel, "FileStreamingThread", 92, " Cannot allocate enough memory %d ", kShownSize);
         return false;
     }
     if (!CreateBufferObjects()) {
         ioLock.Unlock();
+        const unsigned long long address = reinterpret_cast<uintptr_t>(bufferMemory);
         LogError(logLevel, "FileStreamingThread", 99, " Failed to Initailize buffer for Reading %d to 0x%llx",
-                 static_cast<int>(kBufferSize), static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(bufferMemory)));
+                 kShownSize, address);
         return false;
     }
     bufferedStart = 0;

@@ -40,7 +40,8 @@ KIVMP4_NO_ASAN Heap* Heap::Create(void* memory, size_t capacity) {
     Allow(memory, capacity);  // an earlier heap over it may never have been deleted
     Heap* heap = new (static_cast<uint8_t*>(memory) + skip) Heap();
     heap->lock.Create("heap");
-    heap->secret = static_cast<uint32_t>(address >> 4) ^ (heapsMade.fetch_add(1, std::memory_order_relaxed) + 1) * 0x27D4EB2Fu;
+    const uint32_t number = heapsMade.fetch_add(1, std::memory_order_relaxed) + 1;
+    heap->secret = static_cast<uint32_t>(address >> 4) ^ number * 0x27D4EB2Fu;
     size_t units = (capacity - skip - kControl) / kUnit;
     if (units > UINT32_MAX - 2)
         units = UINT32_MAX - 2;  // 64 GiB: more cannot be used
