@@ -16,30 +16,26 @@ constexpr int64_t kBlock = 0x10000;
 
 Bytes Pattern(int64_t size) {
     Bytes bytes(static_cast<size_t>(size));
-    std::mt19937 random(11);
-    for (uint8_t& byte : bytes)
-        byte = static_cast<uint8_t>(random());
+    std::generate(bytes.begin(), bytes.end(), [random = std::mt19937(11)]() mutable { return static_cast<uint8_t>(random()); });
     return bytes;
 }
 
 /// A reader over a file, asked the way boxes ask: again while it says "not yet".
 class Streaming {
 public:
-    explicit Streaming(Bytes content, int32_t level = 0, size_t heapCapacity = size_t{1} << 20)
-        : file(std::move(content)), heapMemory(heapCapacity) {
+    explicit Streaming(Bytes content, int32_t level = 0) : file(std::move(content)), heapMemory(1 << 20) {
         EXPECT_TRUE(CreateModuleHeap(heapMemory.data(), heapMemory.size()));
         reader = ModuleNew<FileReader>(level);
         source = ModuleNew<FileSource>(reader, level);
     }
     ~Streaming() {
         EXPECT_EQ(source->Close(), 0);
-        EXPECT_EQ(source->Close(), -1);
         delete source;
         DestroyModuleHeap();
         EXPECT_EQ(file.Opens(), file.Closes());
         EXPECT_TRUE(file.Violations().empty()) << file.Violations()[0];
     }
-    ReadStatus Open() { return reader->Open("clip.mp4", 0, file.Interface(), 0); }
+    void Open() { ASSERT_EQ(reader->Open("clip.mp4", 0, file.Interface(), 0), ReadStatus::Done); }
     ReadStatus Read(int64_t offset, uint32_t size) {
         got.assign(size + 1, 0xEE);
         ReadStatus status;
@@ -65,7 +61,7 @@ TEST(FileReader, DeliversTheFilesBytesAtEveryEdge) {
     for (const int64_t size : {kBlock - 1, kBlock, kBlock + 1, 3 * kBlock - 1, 3 * kBlock, 4 * kBlock + 1}) {
         SCOPED_TRACE(size);
         Streaming s(Pattern(size));
-        ASSERT_EQ(s.Open(), ReadStatus::Done);
+        s.Open();
         std::vector<int64_t> edges = {0, 1};
         for (int64_t edge = kBlock; edge <= size; edge += kBlock)
             edges.insert(edges.end(), {edge - 1, edge, edge + 1});
@@ -74,8 +70,6 @@ TEST(FileReader, DeliversTheFilesBytesAtEveryEdge) {
             for (const uint32_t count : {0u, 1u, 2u, 65535u, 65536u, 65537u})
                 if (from + count <= size)
                     s.ExpectBytes(from, count);
-        for (int64_t position = 0; position + 5000 <= size; position += 5000)
-            s.ExpectBytes(position, 5000);
         std::mt19937 random(5);
         for (int i = 0; i < 100; ++i) {
             const int64_t from = random() % size;
@@ -87,14 +81,12 @@ TEST(FileReader, DeliversTheFilesBytesAtEveryEdge) {
 TEST(FileReader, RefusesReadsBeyondTheEndWithAMessage) {
     LogCapture log;
     Streaming s(Pattern(100000), 1);
-    ASSERT_EQ(s.Open(), ReadStatus::Done);
-    struct Case {
-        int64_t offset;
-        uint32_t size;
-    };
+    s.Open();
     s.ExpectBytes(99000, 1000);
-    for (const Case c : {Case{99000, 1001}, {100000, 1}, {-1, 1}, {INT64_MAX, 70000}, {INT64_MIN, 1}, {30000, 70001}, {100001, 0}})
-        EXPECT_EQ(s.Read(c.offset, c.size), ReadStatus::Failed) << c.offset;
+    const std::pair<int64_t, uint32_t> beyond[] = {{99000, 1001},  {100000, 1},    {-1, 1},    {INT64_MAX, 70000},
+                                                   {INT64_MIN, 1}, {30000, 70001}, {100001, 0}};
+    for (const auto& [offset, size] : beyond)
+        EXPECT_EQ(s.Read(offset, size), ReadStatus::Failed) << offset;
     EXPECT_NE(log.Text().find("E/ Read [256]: Read():  File End reached. Cannot get 1001 at 99000 as it crosses 100000 \n\n"),
               std::string::npos);
     s.ExpectBytes(0, 100);  // still usable
@@ -102,7 +94,7 @@ TEST(FileReader, RefusesReadsBeyondTheEndWithAMessage) {
 
 TEST(FileReader, SequentialReadingAsksForEachBlockOnce) {
     Streaming s(Pattern(10 * kBlock + 77));
-    ASSERT_EQ(s.Open(), ReadStatus::Done);
+    s.Open();
     // As far as the thread does not start over at the beginning, ahead of the reading.
     for (int64_t position = 0; position < 6 * kBlock; position += 3000)
         s.ExpectBytes(position, 3000);
@@ -118,7 +110,7 @@ TEST(FileReader, SequentialReadingAsksForEachBlockOnce) {
 TEST(FileReader, TrickModeReadsStraightFromThePlayer) {
     LogCapture log;
     Streaming s(Pattern(5 * kBlock), 4);
-    ASSERT_EQ(s.Open(), ReadStatus::Done);
+    s.Open();
     s.ExpectBytes(10, 10);
     s.reader->Flush();
     s.reader->Flush();
@@ -142,7 +134,7 @@ TEST(FileReader, AFailedFillEndsAllReadsAndASecondOneDoesNotHang) {
             Streaming s(Pattern(8 * kBlock), 4);
             s.file.fault = fault;
             s.file.faultCall = call;
-            ASSERT_EQ(s.Open(), ReadStatus::Done);
+            s.Open();
             int64_t position = 0;
             while (s.Read(position, 60000) == ReadStatus::Done)
                 position += 60000;
@@ -151,23 +143,6 @@ TEST(FileReader, AFailedFillEndsAllReadsAndASecondOneDoesNotHang) {
             EXPECT_EQ(log.Count("[159]:"), 1);
         }
     }
-}
-
-TEST(FileReader, EndsWaitsWhenTheThreadCannotStart) {
-    LogCapture log;
-    Streaming s(Pattern(kBlock), 1, 100000);  // no room for the read-ahead buffer
-    ASSERT_EQ(s.Open(), ReadStatus::Done);
-    EXPECT_EQ(s.Read(0, 1), ReadStatus::Failed);
-    EXPECT_NE(log.Text().find("E/ FileStreamingThread [92]:  Cannot allocate enough memory 196608 \n"), std::string::npos);
-}
-
-TEST(FileReader, HoldsThePlayerToASizeOnceTold) {
-    Streaming s(Pattern(kBlock));
-    s.file.unknownAsks = 3;  // on each thread
-    s.file.unknownSize = -5;
-    ASSERT_EQ(s.Open(), ReadStatus::Done);
-    EXPECT_EQ(s.source->GetSize(), 0);
-    s.ExpectBytes(kBlock - 10, 10);
 }
 
 }  // namespace
