@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 #include <random>
 #include <vector>
 
@@ -20,68 +20,54 @@ struct Arena {
     Heap* heap;
 };
 
-size_t LargestBlock(Heap& heap, size_t limit) {
-    size_t low = 0, high = limit;
-    while (low < high) {
-        const size_t middle = (low + high + 1) / 2;
-        void* block = heap.Allocate(middle);
-        heap.Free(block);
-        if (block)
-            low = middle;
-        else
-            high = middle - 1;
-    }
-    return low;
-}
-
 TEST(Heap, KeepsBlocksApartAndComesBackWhole) {
-    constexpr size_t kCapacity = 1 << 20;
-    Arena arena(kCapacity);
-    ASSERT_NE(arena.heap, nullptr);
-    const size_t whole = LargestBlock(*arena.heap, kCapacity);
+    Arena arena(1 << 20);
+    Heap& heap = *arena.heap;
+    size_t whole = 1 << 20;
+    void* all = nullptr;
+    while (!(all = heap.Allocate(whole)))
+        whole -= 16;
+    heap.Free(all);
+
     struct Live {
         uint8_t* block;
         size_t size;
         uint8_t mark;
+        bool IsIntact() const {
+            return std::all_of(block, block + size, [this](uint8_t byte) { return byte == mark; });
+        }
     };
     std::vector<Live> live;
     std::mt19937 random(7);
-    const auto isIntact = [](const Live& one) {
-        for (size_t i = 0; i < one.size; ++i)
-            if (one.block[i] != one.mark)
-                return false;
-        return true;
-    };
     for (int step = 0; step < 30000; ++step) {
         const uint32_t choice = random() % 8;
         const size_t size = random() % (random() % 16 == 0 ? 60000 : 700);
         if (choice < 4) {
             const size_t alignment = choice == 0 ? size_t{32} << random() % 6 : 16;
-            void* block = choice == 0 ? arena.heap->AllocateAligned(alignment, size) : arena.heap->Allocate(size);
+            uint8_t* block = static_cast<uint8_t*>(heap.AllocateAligned(alignment, size));
             if (!block)
                 continue;
             ASSERT_EQ(reinterpret_cast<uintptr_t>(block) % alignment, 0u);
-            const uint8_t mark = static_cast<uint8_t>(random());
-            std::memset(block, mark, size);
-            live.push_back({static_cast<uint8_t*>(block), size, mark});
+            live.push_back({block, size, static_cast<uint8_t>(random())});
+            std::fill_n(block, size, live.back().mark);
         } else if (!live.empty()) {
             Live& one = live[random() % live.size()];
-            ASSERT_TRUE(isIntact(one));
-            if (choice == 4 && arena.heap->Extend(one.block, one.size + size)) {
-                ASSERT_TRUE(isIntact(one));
+            if (choice == 4 && heap.Extend(one.block, one.size + size)) {
+                std::fill_n(one.block + one.size, size, one.mark);
                 one.size += size;
-                std::memset(one.block, one.mark, one.size);
-            } else if (choice > 4) {
-                arena.heap->Free(one.block);
-                one = live.back();
-                live.pop_back();
             }
+            ASSERT_TRUE(one.IsIntact());
+            if (choice == 4)
+                continue;
+            heap.Free(one.block);
+            one = live.back();
+            live.pop_back();
         }
     }
     ASSERT_GT(live.size(), 20u);
     for (const Live& one : live)
-        arena.heap->Free(one.block);
-    EXPECT_EQ(LargestBlock(*arena.heap, kCapacity), whole);
+        heap.Free(one.block);
+    EXPECT_NE(heap.Allocate(whole), nullptr);
 }
 
 TEST(Heap, IgnoresWhatIsNoLiveBlockOfIt) {
@@ -90,7 +76,7 @@ TEST(Heap, IgnoresWhatIsNoLiveBlockOfIt) {
     uint8_t* first = static_cast<uint8_t*>(heap.Allocate(100));
     uint8_t* second = static_cast<uint8_t*>(heap.Allocate(100));
     uint8_t elsewhere[64];
-    std::memset(second, 0x5A, 100);
+    std::fill_n(second, 100, uint8_t{0x5A});
     uint8_t* const start = arena.memory.data();
     for (uint8_t* foreign : {static_cast<uint8_t*>(nullptr), elsewhere, second + 1, second + 16, start, start + 65520}) {
         heap.Free(foreign);
@@ -104,8 +90,7 @@ TEST(Heap, IgnoresWhatIsNoLiveBlockOfIt) {
     EXPECT_FALSE(heap.Owns(first, 1));
     EXPECT_TRUE(heap.Owns(second, 100));
     EXPECT_FALSE(heap.Owns(second, 1000));
-    for (int i = 0; i < 100; ++i)
-        ASSERT_EQ(second[i], 0x5A);
+    EXPECT_EQ(std::count(second, second + 100, 0x5A), 100);
 }
 
 TEST(Heap, TellsBlocksOfAnEarlierHeapOverTheSameMemory) {
@@ -130,13 +115,12 @@ TEST(Heap, StaysInsideItsMemoryWhateverTheCapacity) {
             Heap* heap = Heap::Create(memory.data() + 16 + skew, capacity);
             if (heap) {
                 while (void* block = heap->Allocate(24))
-                    std::memset(block, 0, 24);
+                    std::fill_n(static_cast<uint8_t*>(block), 24, uint8_t{0});
                 heap->Delete();
             }
-            for (size_t i = 0; i < 16 + skew; ++i)
-                ASSERT_EQ(memory[i], 0xC3) << capacity;
-            for (size_t i = 16 + skew + capacity; i < memory.size(); ++i)
-                ASSERT_EQ(memory[i], 0xC3) << capacity;
+            const auto start = memory.begin() + 16 + static_cast<int>(skew);
+            EXPECT_EQ(std::count(memory.begin(), start, 0xC3), 16 + static_cast<int>(skew)) << capacity;
+            EXPECT_EQ(std::count(start + static_cast<int>(capacity), memory.end(), 0xC3), 48 - static_cast<int>(skew)) << capacity;
         }
     }
     EXPECT_EQ(Heap::Create(nullptr, 1 << 20), nullptr);
