@@ -23,7 +23,7 @@ int32_t FetchUnit(TrackCursor& cursor, FileMovie* movie, AccessUnit* unit) {
     const int32_t sample = cursor.nextSample;
     if (sample == 0)
         handler->Reset();
-    const int64_t offset = track.GetSampleOffset(sample);
+    const int64_t offset = cursor.NextOffset();
     const uint32_t size = track.GetSampleSize(sample);
     if (handler->FormatUnit(*unit, *movie, offset, size) == 0)  // an empty sample is a failure too: meant
         return -1;
@@ -32,7 +32,7 @@ int32_t FetchUnit(TrackCursor& cursor, FileMovie* movie, AccessUnit* unit) {
     unit->pts = track.GetPresentationTime(sample);
     unit->dts = track.GetDecodeTime(sample);
     unit->isVideo = track.IsVideo() ? 1 : 0;
-    ++cursor.nextSample;
+    cursor.MoveTo(sample + 1);
     return 0;
 }
 
@@ -44,9 +44,9 @@ TrackCursor* ChooseCursor(const Mp4Demux& demux) {
     TrackCursor* best = nullptr;
     int64_t bestOffset = 0;
     for (TrackCursor* cursor = demux.trackCursors; cursor; cursor = cursor->next) {
-        if (!cursor->enabled || cursor->nextSample >= cursor->track->SampleCount())
+        if (!cursor->enabled || !cursor->HasSamplesLeft())
             continue;
-        const int64_t offset = cursor->track->GetSampleOffset(cursor->nextSample);
+        const int64_t offset = cursor->NextOffset();
         if (!best || offset < bestOffset) {
             best = cursor;
             bestOffset = offset;
@@ -125,7 +125,7 @@ int32_t KivMp4Rewind(Mp4Demux* demux) {
         return -1;
     for (TrackCursor* cursor = demux->trackCursors; cursor; cursor = cursor->next)
         if (cursor->enabled)
-            cursor->nextSample = 0;
+            cursor->MoveTo(0);
     return 0;
 }
 

@@ -12,12 +12,27 @@ namespace kivmp4 {
 
 /// Where delivery stands in one track.
 struct TrackCursor {
+    bool HasSamplesLeft() const { return nextSample < track->SampleCount(); }
+    void MoveTo(int32_t sample) {
+        nextSample = sample;
+        offsetKnown = false;
+    }
+    /// Where the next sample lies in the file; looked up once for each place the cursor stands at.
+    int64_t NextOffset() {
+        if (!offsetKnown)
+            nextOffset = track->GetSampleOffset(nextSample);
+        offsetKnown = true;
+        return nextOffset;
+    }
+
     bool enabled;           // delivery, navigation and seeking consider the track
     Track* track;           // borrowed from the movie
     int32_t nextSample;     // may stand at the sample count: the track is exhausted
     TrackCursor* next;
     TrackCursor* previous;
     uint32_t index;         // position of the track in the movie, and of the cursor in its list
+    bool offsetKnown;
+    int64_t nextOffset;     // of nextSample, when known
 };
 
 /// Serialises delivery and seeking. Exists while a handle does; one for the module, as its heap.

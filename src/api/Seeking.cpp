@@ -10,20 +10,18 @@ using namespace kivmp4;
 
 namespace {
 
-bool HasSamplesLeft(const TrackCursor& cursor) { return cursor.nextSample < cursor.track->SampleCount(); }
-
 // The last enabled track besides video that has samples left, for the last debug line; the first track without one.
 TrackCursor* OtherForReport(const Mp4Demux& demux) {
     TrackCursor* found = demux.trackCursors;
     for (TrackCursor* cursor = demux.trackCursors; cursor; cursor = cursor->next)
-        if (cursor->enabled && !cursor->track->IsVideo() && HasSamplesLeft(*cursor))
+        if (cursor->enabled && !cursor->track->IsVideo() && cursor->HasSamplesLeft())
             found = cursor;
     return found;
 }
 
 TrackCursor* FirstEnabled(const Mp4Demux& demux) {
     for (TrackCursor* cursor = demux.trackCursors; cursor; cursor = cursor->next)
-        if (cursor->enabled && HasSamplesLeft(*cursor))
+        if (cursor->enabled && cursor->HasSamplesLeft())
             return cursor;
     return demux.trackCursors;
 }
@@ -36,7 +34,7 @@ long long OffsetDifference(TrackCursor& reference, TrackCursor& other) {
 void MoveReference(const Mp4Demux& demux, TrackCursor& reference, int32_t sample, bool forward) {
     const int32_t level = demux.logLevel;
     Track& track = *reference.track;
-    reference.nextSample = sample;
+    reference.MoveTo(sample);
     const long long time = track.GetPresentationTime(sample);
     const long long offset = track.GetSampleOffset(sample);
     if (forward) LogDebug(level, "JumpPTS", 872, "VIDEO: TrackTS[%lld] offset[%lld] Index[%d] ", time, offset, sample);
@@ -53,7 +51,7 @@ void MoveOther(const Mp4Demux& demux, TrackCursor& reference, int64_t referenceT
     if (track.GetPresentationTime(oldSample) != referenceTime) {
         const int32_t found = track.GetSampleIndex(referenceTime);
         if (found >= 0)
-            other.nextSample = found;
+            other.MoveTo(found);
     }
     const int32_t sample = other.nextSample;
     const int64_t time = track.GetPresentationTime(sample);
@@ -74,7 +72,7 @@ void MoveOther(const Mp4Demux& demux, TrackCursor& reference, int64_t referenceT
 
 int32_t ResetToStart(const Mp4Demux& demux) {
     for (TrackCursor* cursor = demux.trackCursors; cursor; cursor = cursor->next)
-        cursor->nextSample = 0;
+        cursor->MoveTo(0);
     LogDebug(demux.logLevel, "JumpPTS", 864, " Reset Demux to start of Video ");
     return 0;
 }
@@ -91,7 +89,7 @@ int32_t JumpPTS(const Mp4Demux& demux, int64_t target) {
         LogError(level, "JumpPTS", 815, "FileMovie::JumpPTS:  Video track is disables or no video track. "
                                         "Using the sample index of first enabled track");
         reference = FirstEnabled(demux);
-    } else if (!HasSamplesLeft(*reference)) {
+    } else if (!reference->HasSamplesLeft()) {
         LogError(level, "JumpPTS", 825, "Video Track has reached EOS");
         return -2;
     }

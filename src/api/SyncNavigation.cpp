@@ -13,7 +13,7 @@ void MoveOtherTracks(Mp4Demux& demux, TrackCursor& video, int64_t time, bool nex
             continue;
         const int32_t sample = cursor->track->GetSampleIndex(time);
         if (sample >= 0)
-            cursor->nextSample = sample;
+            cursor->MoveTo(sample);
         const long long other = cursor->track->GetPresentationTime(cursor->nextSample);
         const long long own = video.track->GetPresentationTime(video.nextSample);
         if (next) LogDebug(demux.logLevel, "GetNextSyncUnit", 1005, " audioTS[%lld]  Video[%lld] ", other, own);
@@ -43,7 +43,7 @@ int32_t GetSyncUnit(Mp4Demux& demux, AccessUnit& unit, bool next) {
         else      LogWarning(level, "GetPrevSyncUnit", 943, " Unable to get previous Sync Sample  ");
         return 1;
     }
-    video->nextSample = sample;
+    video->MoveTo(sample);
     MoveOtherTracks(demux, *video, time, next);
     const long long shown = time;
     if (next && video->track->GetPrevSyncSample(sample) != sample)
@@ -57,7 +57,7 @@ int32_t GetSyncUnit(Mp4Demux& demux, AccessUnit& unit, bool next) {
     }
     demux.activeUnit = &unit;
     unit.isSync = 1;
-    --video->nextSample;  // the next ordinary delivery brings the same sample again
+    video->MoveTo(sample);  // the next ordinary delivery brings the same sample again
     return 0;
 }
 

@@ -13,17 +13,18 @@ bool KeyMap::Parse(Mp4Box& stbl) {
     return true;
 }
 
-int32_t KeyMap::GetPrevSyncSample(int32_t sample) const {
+// A scan that stops at the first entry above the sample, whatever the order of the entries. For a later sample it would
+// pass everything that it has passed before.
+int32_t KeyMap::GetPrevSyncSample(int32_t sample) {
     if (syncCount == 0)
         return sample;
-    uint32_t found = 0;
-    for (uint32_t entry = 0; entry < syncCount; ++entry) {
-        const uint32_t sync = ReadBE32(entries->data + kTableHeader + size_t{4} * entry) - 1;
-        if (sync > static_cast<uint32_t>(sample))
-            break;
-        found = sync;
-    }
-    return static_cast<int32_t>(found);
+    const uint32_t asked = static_cast<uint32_t>(sample);
+    if (asked < askedSample)
+        nextEntry = answer = 0;
+    askedSample = asked;
+    while (nextEntry < syncCount && EntryAt(nextEntry) <= asked)
+        answer = EntryAt(nextEntry++);
+    return static_cast<int32_t>(answer);
 }
 
 }  // namespace kivmp4

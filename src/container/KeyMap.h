@@ -7,7 +7,7 @@
 
 namespace kivmp4 {
 
-/// Owned by its Track. Lookups only read, so they need no lock.
+/// Owned by its Track. Lookups remember where they stopped: one thread at a time.
 class KeyMap {
 public:
     /// Loads "stss" below `stbl` and keeps it until destruction.
@@ -17,11 +17,17 @@ public:
 
     /// @param sample  index from 0
     /// @return greatest sync sample <= sample; 0 when the first lies above it; the sample itself without a table
-    int32_t GetPrevSyncSample(int32_t sample) const;
+    int32_t GetPrevSyncSample(int32_t sample);
 
 private:
+    uint32_t EntryAt(uint32_t entry) const { return ReadBE32(entries->data + kTableHeader + size_t{4} * entry) - 1; }
+
     BoxContent entries;  // sample numbers from 1, big-endian
     uint32_t syncCount = 0;  // always within the payload
+    // The last lookup: what it asked for, the first entry above that, and its answer. A later sample goes on from there.
+    uint32_t askedSample = 0;
+    uint32_t nextEntry = 0;
+    uint32_t answer = 0;
 };
 
 }  // namespace kivmp4

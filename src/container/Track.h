@@ -46,7 +46,7 @@ public:
     int64_t GetSampleOffset(int32_t sample) {
         return sampleMap ? static_cast<int64_t>(sampleMap->GetSampleOffset(sample)) : 0;
     }
-    int32_t GetPrevSyncSample(int32_t sample) const { return keyMap ? keyMap->GetPrevSyncSample(sample) : sample; }
+    int32_t GetPrevSyncSample(int32_t sample) { return keyMap ? keyMap->GetPrevSyncSample(sample) : sample; }
     int64_t GetDecodeTime(int32_t sample) { return timeStamps ? timeStamps->GetDecodeTime(sample) : 0; }
     int64_t GetPresentationTime(int32_t sample) { return timeStamps ? timeStamps->GetPresentationTime(sample) : 0; }
     int64_t GetSampleDuration(int32_t sample) { return timeStamps ? timeStamps->GetSampleDuration(sample) : 0; }

@@ -80,7 +80,7 @@ ReadStatus FileReader::RefuseBeyondEnd(int64_t offset, uint32_t size) const {
 
 ReadStatus FileReader::Read(void* destination, int64_t offset, uint32_t size, uint32_t& delivered) {
     delivered = 0;
-    if (const ReadStatus state = State(); state != ReadStatus::Done)
+    if (const ReadStatus state = WaitForStart(); state != ReadStatus::Done)
         return state;
     if (readFailed)
         return ReadStatus::Failed;
@@ -117,6 +117,8 @@ ReadStatus FileReader::ReadRaw(void* destination, int64_t offset, uint32_t size,
 }
 
 ReadStatus FileReader::ReadBuffered(uint8_t* destination, int64_t offset, uint32_t size) {
+    if (ReadInsideHead(destination, offset, size))
+        return ReadStatus::Done;
     if (const ReadStatus status = WaitForData(); status != ReadStatus::Done)
         return status;
     if (const ReadStatus status = LookAtHead(); status != ReadStatus::Done)
@@ -128,15 +130,43 @@ ReadStatus FileReader::ReadBuffered(uint8_t* destination, int64_t offset, uint32
     return Serve(destination, offset, size);
 }
 
+// The common case: the oldest block has all of it, and stays.
+bool FileReader::ReadInsideHead(uint8_t* destination, int64_t offset, uint32_t size) {
+    if (queueLock.Lock() < 0)
+        return false;
+    const FileBlock* head = blocks;
+    const bool inside = head && offset >= head->offset && offset <= bufferedEnd &&
+                        size <= head->offset + head->length - offset;
+    if (inside) {
+        bufferedStart = head->offset;
+        std::memcpy(destination, head->data + (offset - head->offset), size);
+    }
+    queueLock.Unlock();
+    return inside;
+}
+
+// Right after Open the thread is still setting itself up. @return as State, after one delay at the longest
+ReadStatus FileReader::WaitForStart() {
+    const uint32_t seen = progress.Changes();
+    const ReadStatus state = State();
+    if (state != ReadStatus::NotReady || stopRequested || thread < 0)
+        return state;
+    progress.Wait(seen, kPollDelay);
+    return State();
+}
+
 // The thread brings data unless it is gone, its fill failed, or it idles because of a flush.
 ReadStatus FileReader::WaitForData() {
     while (blockCount <= 0) {
+        const uint32_t seen = progress.Changes();
         if (readFailed)
             return ReadStatus::Failed;
         if (flushed)
             return ReadStatus::NotReady;
+        if (blockCount > 0)
+            break;
         SignalSpace();
-        platform::DelayMicroseconds(kPollDelay);
+        progress.Wait(seen, kPollDelay);
         if (const ReadStatus state = State(); state != ReadStatus::Done)
             return state;
     }
@@ -251,6 +281,7 @@ void FileReader::SignalSpace() {
 void FileReader::Flush() {
     if (flushed.exchange(1))
         return;
+    progress.Notify();
     if (ioLock.Lock() < 0)
         return;
     DropAll();
@@ -263,6 +294,7 @@ void FileReader::ResumeBuffering() { flushed.exchange(0); }
 void FileReader::Stop() {
     stopRequested = 1;
     running.exchange(0);
+    progress.Notify();
     while (blockCount > 0) {
         if (ioLock.Lock() < 0)
             break;

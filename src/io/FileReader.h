@@ -7,6 +7,7 @@
 #include "KivMp4.h"
 #include "io/DataSource.h"
 #include "platform/BlockPool.h"
+#include "platform/Event.h"
 #include "platform/LightMutex.h"
 #include "platform/Sync.h"
 
@@ -26,7 +27,8 @@ struct FileBlock {
 /// fill the next one. A read outside the queued range empties the queue and sends the thread there. Reads of 64 KiB and
 /// more, and all reads while flushed, go straight to the player.
 ///
-/// Locks, in this order: ioLock, bufferLock, queueLock. spaceMutex is held only around one signal or one wait, never
+/// Locks, in this order: ioLock, bufferLock, queueLock. A read inside the oldest block takes queueLock alone, so that it
+/// does not wait for a fill. spaceMutex is held only around one signal or one wait, never
 /// together with bufferLock or queueLock; the thread never waits on spaceSignal while it holds ioLock.
 /// Read, Flush and ResumeBuffering may run on different threads at once; Open, Stop and Teardown may not.
 class FileReader {
@@ -79,9 +81,11 @@ private:
     ReadStatus RefuseBeyondEnd(int64_t offset, uint32_t size) const;
     ReadStatus ReadRaw(void* destination, int64_t offset, uint32_t size, uint32_t& delivered);
     ReadStatus ReadBuffered(uint8_t* destination, int64_t offset, uint32_t size);
+    bool ReadInsideHead(uint8_t* destination, int64_t offset, uint32_t size);
     ReadStatus Jump(int64_t offset, uint32_t size);
     ReadStatus Serve(uint8_t* destination, int64_t offset, uint32_t size);
     ReadStatus CopyOut(uint8_t* destination, int64_t offset, uint32_t size);
+    ReadStatus WaitForStart();
     ReadStatus WaitForData();
     ReadStatus TakeIoLock();
     ReadStatus LookAtHead();
@@ -90,7 +94,7 @@ private:
     void SignalSpace();
     void DeleteBufferObjects();
 
-    FileBlock* blocks = nullptr;            // oldest first; guarded by ioLock
+    FileBlock* blocks = nullptr;            // oldest first; changed under ioLock and queueLock, read under either
     std::atomic<int32_t> blockCount{0};     // written under queueLock
     platform::LightMutex queueLock;
     std::atomic<uint32_t> closing{0};       // set by the teardown: no new block
@@ -109,6 +113,7 @@ private:
     std::atomic<uint32_t> threadEnded{0};   // the thread is gone without having been told to: reads fail
     std::atomic<uint32_t> flushed{0};       // trick mode
     std::atomic<uint32_t> readFailed{0};    // a fill came back with another count than asked; stays
+    platform::Event progress;               // the thread has started, ended, queued a block or failed; or reads must end
     platform::LightMutex ioLock;            // one call to the player's read at a time, and all use of the queue
     int32_t thread = platform::kNoId;
     const FileInterface* fileInterface = nullptr;  // the player's

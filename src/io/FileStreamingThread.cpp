@@ -25,15 +25,14 @@ void FileReader::Stream() {
                 continue;
             }
             const int32_t position = TakeBlock();
-            if (position < 0)
-                platform::DelayMicroseconds(kIdleDelay);
-            else if (!Fill(position))
+            if (position >= 0 && !Fill(position))
                 break;
         }
         LogDebug(logLevel, "FileStreamingThread", 186, " File Streaming thread exited ");
     }
     if (!stopRequested)
         threadEnded = 1;
+    progress.Notify();
 }
 
 bool FileReader::SetUp() {
@@ -59,6 +58,7 @@ bool FileReader::SetUp() {
         running.exchange(1);
     if (stopRequested)  // the request came between the test and the exchange
         running.exchange(0);
+    progress.Notify();
     return ioLock.Unlock() >= 0;
 }
 
@@ -116,8 +116,10 @@ int32_t FileReader::TakeBlock() {
 
 // Whoever changes one of the tested conditions signals afterwards with spaceMutex held, so no wake-up gets lost.
 void FileReader::WaitForSpace() {
-    if (platform::MutexLock(spaceMutex) < 0)
+    if (platform::MutexLock(spaceMutex) < 0) {
+        platform::DelayMicroseconds(kIdleDelay);
         return;
+    }
     if (KeepGoing() && !closing && !pool.HasRoom())
         platform::ConditionWait(spaceSignal);
     platform::MutexUnlock(spaceMutex);
@@ -151,7 +153,9 @@ bool FileReader::Fill(int32_t position) {
         readFailed.exchange(1);
         pool.Free(position);
     }
-    return ioLock.Unlock() >= 0;
+    const bool unlocked = ioLock.Unlock() >= 0;
+    progress.Notify();  // only now: whoever waited takes ioLock next
+    return unlocked;
 }
 
 // An answer of 0 means that the player has nothing yet.

@@ -1,24 +1,14 @@
 // Lightweight mutex over the kernel's futex: no system call unless two threads meet.
 #include "platform/LightMutex.h"
 
-#include <linux/futex.h>
-#include <sys/syscall.h>
-#include <unistd.h>
+#include "platform/Futex.h"
 
 namespace kivmp4::platform {
 namespace {
 
 constexpr uint32_t kFree = 0, kHeld = 1, kContended = 2;
 constexpr uint32_t kCreated = 0x4B4D5458;
-constexpr int kSpins = 100;  // a lock here is mostly held for less than a system call takes
-
-void Sleep(std::atomic<uint32_t>& state) {
-    syscall(SYS_futex, &state, FUTEX_WAIT_PRIVATE, kContended, nullptr, nullptr, 0);
-}
-
-void WakeOne(std::atomic<uint32_t>& state) {
-    syscall(SYS_futex, &state, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
-}
+constexpr int kSpins = 400;  // a lock here is mostly held for less than a system call takes
 
 }  // namespace
 
@@ -38,9 +28,10 @@ int32_t LightMutex::Lock() {
             return 0;
         if (expected == kContended)
             break;
+        SpinPause();
     }
     while (state.exchange(kContended, std::memory_order_acquire) != kFree)
-        Sleep(state);
+        FutexWait(state, kContended, nullptr);
     return 0;
 }
 
@@ -48,7 +39,7 @@ int32_t LightMutex::Unlock() {
     if (created.load(std::memory_order_relaxed) != kCreated)
         return -1;
     if (state.exchange(kFree, std::memory_order_release) == kContended)
-        WakeOne(state);
+        FutexWake(state, 1);
     return 0;
 }
 

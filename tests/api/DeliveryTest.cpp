@@ -1,270 +1,280 @@
-// Delivery: order across tracks, payload formats, times, flags, growth of the payload block.
+// Delivery: order across tracks, payload formats, times and flags; and where navigation leaves the tracks.
 #include "support/Session.h"
 
 namespace kivmp4::test {
 namespace {
 
-std::vector<uint32_t> TracksOf(const std::vector<Unit>& units) {
-    std::vector<uint32_t> tracks;
-    for (const Unit& unit : units)
-        tracks.push_back(unit.track);
-    return tracks;
-}
-
-TEST(Delivery, FollowsTheFile) {
-    struct Case { const char* name; std::vector<size_t> order; uint32_t perChunk; std::vector<uint32_t> expected; };
+TEST(Delivery, FollowsTheFileAndTakesTheLowerTrackOfTwo) {
+    const Bytes same = Words("stco", {2, 32, 42});  // in the data, which begins behind "ftyp"
+    struct Case { std::vector<size_t> order; uint32_t perChunk; Replace replace; Numbers expected; };
     const Case cases[] = {
-        {"alternating",       {0, 1, 0, 1, 0},    1, {0, 1, 0, 1, 0}},
-        {"second in front",   {1, 1, 0, 0, 0},    1, {1, 1, 0, 0, 0}},
-        {"chunks of two",     {0, 1, 0},          2, {0, 0, 1, 1, 0}},
+        {{0, 1, 0, 1, 0}, 1, {}, {0, 1, 0, 1, 0}},
+        {{1, 1, 0, 0, 0}, 1, {}, {1, 1, 0, 0, 0}},
+        {{0, 1, 0}, 2, {}, {0, 0, 1, 1, 0}},
+        {{1, 1, 0, 0, 0}, 1, {{"stco", same}}, {0, 1, 0, 1}},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        Movie movie{.tracks = {VideoTrack(3), AudioTrack(2)}, .order = c.order};
-        movie.tracks[0].samplesPerChunk = movie.tracks[1].samplesPerChunk = c.perChunk;
-        Session session(Mp4Builder::Build(movie));
-        ASSERT_TRUE(session.Start());
-        const std::vector<Unit> units = session.Deliver();
-        EXPECT_EQ(TracksOf(units), c.expected);
-        EXPECT_EQ(session.result, 1);
-        size_t next[2] = {};
-        for (const Unit& unit : units) {
-            const Bytes& sample = movie.tracks[unit.track].samples[next[unit.track]++];
-            EXPECT_EQ(Bytes(unit.bytes.end() - 8, unit.bytes.end()), Bytes(sample.end() - 8, sample.end()));
+        Movie movie{.tracks = {AudioTrack(c.replace.empty() ? 3 : 2), AudioTrack(2)}, .order = c.order, .moovLast = true};
+        for (Track& track : movie.tracks) {
+            track.samplesPerChunk = c.perChunk;
+            track.replace = c.replace;
         }
+        Session session(movie);
+        ASSERT_TRUE(session.Start());
+        Numbers tracks;
+        for (const Unit& unit : session.Deliver())
+            tracks.push_back(unit.track);
+        EXPECT_EQ(tracks, c.expected);
     }
 }
 
-TEST(Delivery, ServesTheLowerTrackAtEqualOffsets) {
-    Movie movie{.tracks = {AudioTrack(2), AudioTrack(2)}};
-    const Mp4File file = Mp4Builder::File(movie);
-    for (Track& track : movie.tracks)
-        track.replace["stco"] = Words("stco", {2, static_cast<uint32_t>(file.offsets[0][0]), static_cast<uint32_t>(file.offsets[0][1])});
-    Session session(Mp4Builder::Build(movie));
-    ASSERT_TRUE(session.Start());
-    EXPECT_EQ(TracksOf(session.Deliver()), (std::vector<uint32_t>{0, 1, 0, 1}));
-}
-
 TEST(Delivery, EndsAndRewinds) {
-    Session session(Mp4Builder::Build({.tracks = {VideoTrack(3), AudioTrack(2)}}));
+    Session session({.tracks = {VideoTrack(3), AudioTrack(2)}});
+    std::memset(session.unit.padding, 0xEE, sizeof session.unit.padding);
     ASSERT_TRUE(session.Start());
-    KivMp4EnableTrack(session.demux, 1, 0);
+    session.Enable(1, false);
     const std::vector<Unit> first = session.Deliver();
     ASSERT_EQ(first.size(), 3u);
     EXPECT_EQ(KivMp4GetNextUnit(session.demux, &session.unit), 1);
     EXPECT_EQ(KivMp4EnableTrack(session.demux, 2, 1), -1);
-    KivMp4EnableTrack(session.demux, 1, 1);
+    session.Enable(1, true);
     EXPECT_EQ(session.Deliver(1).at(0).track, 1u);
-    KivMp4EnableTrack(session.demux, 1, 0);
+    session.Enable(1, false);
     EXPECT_EQ(KivMp4Rewind(session.demux), 0);
-    EXPECT_EQ(session.Deliver(1).at(0).bytes, first[0].bytes);  // parameter sets come again
-    EXPECT_EQ(session.Deliver(1).at(0).bytes, first[1].bytes);
-    KivMp4EnableTrack(session.demux, 1, 1);
-    EXPECT_EQ(session.Deliver(1).at(0).pts, 1920);  // the disabled track was not rewound
+    EXPECT_EQ(session.Deliver(1).at(0).bytes, first[0].bytes);
+    Bytes copy(first[0].bytes.size());
+    EXPECT_EQ(KivMp4GetNextUnitData(session.demux, copy.data()), 0);
+    EXPECT_EQ(copy, first[0].bytes);
+    session.Enable(1, true);
+    EXPECT_EQ(session.Deliver(2).at(1).pts, 1920);  // the disabled track was not rewound
     EXPECT_EQ(KivMp4EnableTrack(session.demux, 0, 0), 0);
     EXPECT_EQ(session.Deliver().size(), 0u);
     EXPECT_EQ(KivMp4EnableTrack(session.demux, -1, 1), 0);  // stands for track 0
     EXPECT_EQ(session.Deliver().size(), 1u);
+    for (uint8_t byte : session.unit.padding)
+        EXPECT_EQ(byte, 0xEE);  // not the module's
 }
 
-TEST(Delivery, WritesStartCodes) {
-    const Bytes n5 = Nal(5), n10 = Nal(10), n20 = Nal(20, 3), big = Nal(70000), empty;
-    struct Case { const char* name; int lengthSize; Bytes sample; Bytes expected; };  // empty: the unit fails
-    const Case cases[] = {
-        {"4-byte lengths",            4, Prefixed(4, {n10, n20}),                      Started({n10, n20})},
-        {"3-byte lengths",            3, Prefixed(3, {n10, n20}),                      Started({n10, n20})},
-        {"2-byte lengths",            2, Prefixed(2, {n10, n20}),                      Started({n10, n20})},
-        {"1-byte lengths",            1, Prefixed(1, {n10, n20}),                      Started({n10, n20})},
-        {"over 64 KiB",               3, Prefixed(3, {n5, big, n5}),                   Started({n5, big, n5})},
-        {"empty unit in front",       4, Prefixed(4, {empty, n5}),                     Started({empty, n5})},
-        {"many empty units",          1, Bytes(3000),                                  Started(std::vector<Bytes>(2999))},
-        {"empty unit at the end",     4, Prefixed(4, {n5, empty}),                     Started({n5})},
-        {"an empty unit alone",       4, Prefixed(4, {empty}),                         {}},
-        {"three stray bytes",         4, Put().Raw(Prefixed(4, {n5})).Zero(3),         Started({n5})},
-        {"one stray byte",            1, Put().Raw(Prefixed(1, {n5})).U8(9),           Started({n5})},
-        {"one byte too long",         4, Put().U32(11).Raw(n10),                       {}},
-        {"second unit too long",      2, Put().Raw(Prefixed(2, {n5})).U16(9).Zero(8),  {}},
-        {"length of all ones",        4, Put().U32(0xFFFFFFFF).Raw(n10),               {}},
-        {"length with the top bit",   4, Put().U32(0x80000000).Raw(n10),               {}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        Track track = VideoTrack(3);
-        track.entry = VideoEntry("avc1", Box("avcC", AvcC(c.lengthSize, {SpsNal({})}, {})));
-        track.samples = {Prefixed(c.lengthSize, {n5}), c.sample, Prefixed(c.lengthSize, {n5})};
-        Session session(Mp4Builder::Build({.tracks = {track}}));
-        ASSERT_TRUE(session.Start());
-        ASSERT_EQ(session.Deliver(1).size(), 1u);
-        const std::vector<Unit> second = session.Deliver(1);
-        ASSERT_EQ(second.size(), c.expected.empty() ? 0u : 1u);
-        if (second.empty())
-            EXPECT_EQ(KivMp4GetNextUnit(session.demux, &session.unit), -1);  // the cursor stays
-        else
-            EXPECT_EQ(second[0].bytes, c.expected);
-    }
-}
-
-TEST(Delivery, PutsTheConfigurationInFrontOfSampleZero) {
-    const Bytes sps = Hex("67 64 00 0B AC D9 42 C4 E8 40"), pps = Hex("68 EE 3C 80"), nal = Nal(20), sample = Prefixed(4, {nal});
-    const Bytes visual = Hex("000001B0 03 000001B5 09"), layer = Hex("00000120 00 C4 88");
-    const Bytes start3 = {0, 0, 1}, none;
-    const auto avc = [](const Bytes& record) { return VideoEntry("avc1", Box("avcC", record)); };
+TEST(Delivery, FormatsUnits) {
+    const Bytes sps = Hex("67 64 00 0B AC D9 42 C4 E8 40"), pps = Hex("68 EE 3C 80"), n5 = Nal(5), big = Nal(70000), none;
+    const Bytes visual = Hex("000001B0 03 000001B5 09 00000100"), layer = Hex("00000120 00 C4 88"), start = Hex("000001");
+    const Bytes wave = Hex("0600 0100 401F0000 401F0000 0100 0800 0000 0000"), plain = Prefixed(4, {n5});
+    const Bytes set = Join({start, sps, Started({pps})});
+    const auto record = [](const Bytes& avcC) { return VideoEntry("avc1", Box("avcC", avcC)); };
+    const auto avc = [&](int lengthSize) { return record(AvcC(lengthSize, {sps}, {pps})); };
     const auto mp4v = [](const Bytes& config) { return VideoEntry("mp4v", Esds(config)); };
-    struct Case { const char* name; Bytes entry; Bytes sample, first, second; };  // empty `first`: fails
+    struct Case { const char* name; Bytes entry, sample, prefix, unit; };  // no `unit`: delivery fails
     const Case cases[] = {
-        {"one of each",            avc(AvcC(4, {sps}, {pps})), sample, Join({start3, sps, Started({pps, nal})}), Started({nal})},
-        {"two of each",            avc(AvcC(4, {sps, nal}, {pps, sps})), sample, Join({start3, sps, start3, nal, Started({pps, sps, nal})}), Started({nal})},
-        {"no sequence set",        avc(AvcC(4, {}, {pps})), sample, Started({pps, nal}), Started({nal})},
-        {"record of four bytes",   avc(Hex("01 64 00 0B")), sample, none, none},
-        {"sets behind the record", avc(Hex("01 64 00 0B FF E2 0002 6764 FFFF 00")), sample, none, none},
-        {"set counts missing",     avc(Hex("01 64 00 0B FF")), sample, none, none},
-        {"visual headers dropped", mp4v(Join({visual, layer})), nal, Join({layer, nal}), nal},
-        {"no layer header",        mp4v(visual), nal, nal, nal},
-        {"layer header too short", mp4v(Hex("00000120")), nal, nal, nal},
-        {"AAC as it is",           AudioEntry("mp4a", Esds(Hex("1190"))), nal, nal, nal},
-        {"waveform as it is",      AudioEntry("alaw", Esds(Hex("0600 0100 401F0000 401F0000 0100 0800 0000 0000"))), nal, nal, nal},
+        {"4-byte lengths",          avc(4), Prefixed(4, {n5, pps}), set, Started({n5, pps})},
+        {"3-byte lengths",          avc(3), Prefixed(3, {n5, big, n5}), set, Started({n5, big, n5})},
+        {"2-byte lengths",          avc(2), Prefixed(2, {n5, pps}), set, Started({n5, pps})},
+        {"1-byte lengths",          avc(1), Prefixed(1, {n5, pps}), set, Started({n5, pps})},
+        {"empty unit in front",     avc(4), Prefixed(4, {none, n5}), set, Started({none, n5})},
+        {"empty unit at the end",   avc(4), Prefixed(4, {n5, none}), set, Started({n5})},
+        {"three stray bytes",       avc(4), Join({plain, Bytes(3)}), set, Started({n5})},
+        {"one stray byte",          avc(1), Join({Prefixed(1, {n5}), {9}}), set, Started({n5})},
+        {"one byte too long",       avc(4), Put().U32(6).Raw(n5), none, none},
+        {"second unit too long",    avc(2), Put().Raw(Prefixed(2, {n5})).U16(9).Zero(8), none, none},
+        {"length of all ones",      avc(4), Put().U32(0xFFFFFFFF).Raw(n5), none, none},
+        {"length with the top bit", avc(4), Put().U32(0x80000000).Raw(n5), none, none},
+        {"two sets of each",        record(AvcC(4, {sps, n5}, {pps, n5})), plain,
+                                    Join({start, sps, start, n5, Started({pps, n5})}), Started({n5})},
+        {"no sequence set",         record(AvcC(4, {}, {pps})), plain, Started({pps}), Started({n5})},
+        {"record of four bytes",    record(Hex("01 64 00 0B")), plain, none, none},
+        {"sets behind the record",  record(Hex("01 64 00 0B FF E2 0002 6764 FFFF 00")), plain, none, none},
+        {"set counts missing",      record(Hex("01 64 00 0B FF")), plain, none, none},
+        {"visual headers dropped",  mp4v(Join({visual, layer})), n5, layer, n5},
+        {"no layer header",         mp4v(visual), n5, none, n5},
+        {"layer header too short",  mp4v(Hex("00000120")), n5, none, n5},
+        {"AAC as it is",            AudioEntry("mp4a", Esds(Hex("1190"))), n5, none, n5},
+        {"waveform as it is",       AudioEntry("alaw", Esds(wave)), n5, none, n5},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        Track track = VideoTrack(2);
-        track.entry = c.entry;
-        track.samples = {c.sample, c.sample};
-        Session session(Mp4Builder::Build({.tracks = {track}}));
+        Track track{.entry = c.entry, .samples = {c.sample, c.sample}};
+        Session session({.tracks = {track}});
         ASSERT_TRUE(session.Start());
         for (int round = 0; round < 2; round++) {
             const std::vector<Unit> units = session.Deliver();
-            ASSERT_EQ(units.size(), c.first.empty() ? 0u : 2u);
-            EXPECT_EQ(session.result, c.first.empty() ? -1 : 1);
-            if (units.empty())
-                continue;
-            EXPECT_EQ(units[0].bytes, c.first);
-            EXPECT_EQ(units[1].bytes, c.second);
-            KivMp4Rewind(session.demux);
-        }
-    }
-}
-
-TEST(Delivery, TellsTimes) {
-    struct Row { int64_t dts, pts, duration; };
-    struct Case { const char* name; uint32_t timescale; std::vector<Pair> stts, ctts; std::vector<Edit> edits; std::vector<Row> expected; };
-    const uint32_t minusOne = 0xFFFFFFFF;
-    const Case cases[] = {
-        {"90 kHz", 90000, {{3, 3000}, {2, 1500}}, {}, {},
-         {{0, 0, 3000}, {3000, 3000, 3000}, {6000, 6000, 3000}, {9000, 9000, 1500}, {10500, 10500, 1500}}},
-        {"30 kHz", 30000, {{3, 3000}, {2, 1500}}, {}, {},
-         {{0, 0, 9000}, {9000, 9000, 9000}, {18000, 18000, 9000}, {27000, 27000, 4500}, {31500, 31500, 4500}}},
-        {"composition", 30, {{5, 1}}, {{1, 2}, {2, minusOne}, {1, 0}}, {},
-         {{0, 6000, 3000}, {3000, 0, 3000}, {6000, 3000, 3000}, {9000, 9000, 3000}, {12000, 12000, 3000}}},
-        {"above 2^24 rounded", 90000, {{1, 16777217}, {1, 3}, {3, 1}}, {}, {},  // 16777220 is exact, 16777221 rounds to even
-         {{0, 0, 16777216}, {16777216, 16777216, 3}, {16777220, 16777220, 1}, {16777220, 16777220, 1}, {16777222, 16777222, 1}}},
-        {"fraction cut off", 44100, {{5, 1024}}, {}, {},  // 2089.79 ticks a sample
-         {{0, 0, 2089}, {2089, 2089, 2089}, {4179, 4179, 2089}, {6269, 6269, 2089}, {8359, 8359, 2089}}},
-        {"times run out", 90000, {{2, 10}}, {{1, 5}}, {}, {{0, 5, 10}, {10, 10, 10}, {0, 0, 0}, {0, 0, 0}, {0, 0, 0}}},
-        {"delay", 30000, {{5, 1000}}, {{5, 1000}}, {{500, -1}, {1000, 0}},
-         {{45000, 48000, 3000}, {48000, 51000, 3000}, {51000, 54000, 3000}, {54000, 57000, 3000}, {57000, 60000, 3000}}},
-        {"three edits", 90000, {{5, 1}}, {}, {{500, -1}, {9, 0}, {9, 0}}, {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}, {3, 3, 1}, {4, 4, 1}}},
-        {"one edit", 90000, {{5, 1}}, {}, {{500, -1}}, {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}, {3, 3, 1}, {4, 4, 1}}},
-        {"media time not 0", 90000, {{5, 1}}, {}, {{500, -1}, {9, 1}}, {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}, {3, 3, 1}, {4, 4, 1}}},
-    };
-    for (const Case& c : cases) {
-        for (const uint8_t version : {uint8_t{0}, uint8_t{1}}) {
-            SCOPED_TRACE(c.name);
-            Track track = VideoTrack(5);
-            track.timescale = c.timescale;
-            track.times = c.stts;
-            track.composition = c.ctts;
-            track.edits = c.edits;
-            track.headerVersion = track.editVersion = version;
-            Session session(Mp4Builder::Build({.tracks = {track}}));
-            ASSERT_TRUE(session.Start());
-            for (size_t i = 0; i < 10; i++) {  // twice, so that the lookups go back too
-                const Unit unit = session.Deliver(1).at(0);
-                EXPECT_EQ(unit.dts, c.expected[i % 5].dts) << i;
-                EXPECT_EQ(unit.pts, c.expected[i % 5].pts) << i;
-                EXPECT_EQ(unit.duration, c.expected[i % 5].duration) << i;
-                if (i == 4)
-                    KivMp4Rewind(session.demux);
+            EXPECT_EQ(session.result, c.unit.empty() ? -1 : 1);  // and again: the cursor stays
+            ASSERT_EQ(units.size(), c.unit.empty() ? 0u : 2u);
+            if (!units.empty()) {
+                EXPECT_EQ(units[0].bytes, Join({c.prefix, c.unit}));
+                EXPECT_EQ(units[1].bytes, c.unit);
+                KivMp4Rewind(session.demux);
             }
         }
     }
 }
 
-TEST(Delivery, MarksSyncSamplesAndKind) {
-    struct Case { const char* name; std::vector<uint32_t> stss; bool present; std::vector<uint32_t> expected; };
+TEST(Delivery, TellsTimes) {
+    const uint32_t minusOne = 0xFFFFFFFF;
+    const auto edits = [](const Numbers& words, uint8_t version = 0) { return Box("edts", Words("elst", words, version)); };
+    const auto times = [](const Numbers& words) { return Words("stts", words); };
+    const Bytes one = times({1, 3, 1}), none;
+    using Row = std::vector<int64_t>;  // decode time, presentation time, duration
+    struct Case { const char* name; uint32_t timescale; Bytes stts, ctts, edts; std::vector<Row> expected; };
     const Case cases[] = {
-        {"listed", {1, 3}, true, {1, 0, 1}}, {"no table", {}, false, {1, 1, 1}}, {"empty table", {}, true, {1, 1, 1}},
-        {"first not listed", {2}, true, {1, 1, 0}},  // sample 0 answers for everything in front of the first entry
+        {"composition", 30, one, Words("ctts", {2, 1, 2, 2, minusOne}, 1), none, {{0, 6000, 3000}, {3000, 0, 3000}, {6000, 3000, 3000}}},
+        {"above 2^24 rounded", 90000, times({3, 1, 16777217, 1, 4, 1, 1}), none, none,  // the third is 16777221: to even
+         {{0, 0, 16777216}, {16777216, 16777216, 4}, {16777220, 16777220, 1}}},
+        {"fraction cut off", 44100, times({1, 3, 1024}), none, none, {{0, 0, 2089}, {2089, 2089, 2089}, {4179, 4179, 2089}}},
+        {"times run out", 90000, times({1, 1, 10}), Words("ctts", {1, 1, 5}), none, {{0, 5, 10}, {0, 0, 0}, {0, 0, 0}}},
+        {"delay", 30000, times({1, 3, 1000}), Words("ctts", {1, 3, 1000}), edits({2, 500, minusOne, 0, 1000, 0, 0}),
+         {{45000, 48000, 3000}, {48000, 51000, 3000}, {51000, 54000, 3000}}},
+        {"delay in 64 bits", 90000, one, none, edits({2, 0, 500, minusOne, minusOne, 0, 0, 9, 0, 0, 0}, 1),
+         {{45000, 45000, 1}, {45001, 45001, 1}, {45002, 45002, 1}}},
+        {"three edits", 90000, one, none, edits({3, 500, minusOne, 0, 9, 0, 0, 9, 0, 0}), {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}}},
+        {"media time 1 in 64 bits", 90000, one, none, edits({2, 0, 500, minusOne, minusOne, 0, 0, 9, 0, 1, 0}, 1),
+         {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}}},
+        {"media time 1", 90000, one, none, edits({2, 500, minusOne, 0, 9, 1, 0}), {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        Movie movie{.tracks = {VideoTrack(3), AudioTrack(3)}};
-        movie.tracks[0].sync = c.stss;
-        movie.tracks[0].hasSync = c.present;
-        Session session(Mp4Builder::Build(movie));
+        Track track = VideoTrack(3);
+        track.timescale = c.timescale;
+        track.replace = {{"stts", c.stts}, {"ctts", c.ctts}, {"edts", c.edts}};
+        Session session({.tracks = {track}});
         ASSERT_TRUE(session.Start());
-        std::vector<uint32_t> flags;
-        for (const Unit& unit : session.Deliver()) {
-            EXPECT_EQ(unit.isVideo, unit.track == 0);
-            if (unit.isVideo)
-                flags.push_back(unit.isSync);
-            else
-                EXPECT_EQ(unit.isSync, 1u);
+        for (size_t i = 0; i < 6; i++) {  // twice, so that the look-ups go back too
+            const Unit unit = session.Deliver(1).at(0);
+            EXPECT_EQ((Row{unit.dts, unit.pts, unit.duration}), c.expected[i % 3]) << i;
+            if (i == 2)
+                KivMp4Rewind(session.demux);
         }
-        EXPECT_EQ(flags, c.expected);
     }
 }
 
 TEST(Delivery, StopsAtATrackWithoutFormat) {
     Movie movie{.tracks = {VideoTrack(2), AudioTrack(2)}};
     movie.tracks[1].entry = AudioEntry("samr", Box("damr", Bytes(9)));
-    Session session(Mp4Builder::Build(movie));
+    Session session(movie);
     session.logLevel = 1;
     ASSERT_TRUE(session.Start());
-    CodecInfo info = {};
-    EXPECT_EQ(KivMp4GetTrackInfo(session.demux, 1, &info), -1);
-    EXPECT_EQ(KivMp4EnableTrack(session.demux, 1, 1), 0);
+    session.Enable(1, true);
     LogCapture log;
     EXPECT_EQ(session.Deliver().size(), 1u);
     EXPECT_EQ(session.Deliver().size(), 0u);
-    EXPECT_EQ(log.Text(), std::string("E/ GetNextUnit [1121]:  Error from GetNext for track 1 \n") +
-                              "E/ GetNextUnit [1121]:  Error from GetNext for track 1 \n");
-    KivMp4EnableTrack(session.demux, 1, 0);
+    const std::string line = "E/ GetNextUnit [1121]:  Error from GetNext for track 1 \n";
+    EXPECT_EQ(log.Text(), line + line);
+    session.Enable(1, false);
     EXPECT_EQ(session.Deliver().size(), 1u);
 }
 
-TEST(Delivery, SelectsTheFormatWhenATrackTurnsOn) {
-    Track track = AudioTrack();
-    track.entry = AudioEntry("mp4a", Esds(Hex("1230")));  // its six channels are reported whenever it is described
-    Session session(Mp4Builder::Build({.tracks = {track}}));
-    session.logLevel = 1;
-    ASSERT_EQ(session.Open(), 0);
-    LogCapture log;
-    struct Case { uint8_t enable; int reports; };
-    for (const Case& c : {Case{0, 0}, Case{1, 2}, Case{1, 2}, Case{0, 2}, Case{1, 3}}) {
-        EXPECT_EQ(KivMp4EnableTrack(session.demux, 0, c.enable), 0);
-        EXPECT_EQ(log.Count(" Channels count (6) exceeds 2 \n"), c.reports);
+// 90 pictures of 3000 ticks with key frames 0, 30 and 60 beside 200 audio samples of 1920 ticks.
+Movie LongMovie(const Bytes& stss) {
+    Movie movie{.tracks = {VideoTrack(90), AudioTrack(200)}};
+    movie.tracks[0].replace["stss"] = stss;
+    movie.tracks[1].samplesPerChunk = 3;
+    return movie;
+}
+
+// Number of the first unit of a track among `units`, at `ticks` each; -1 if there is none.
+int64_t FirstOf(const std::vector<Unit>& units, uint32_t track, int64_t ticks) {
+    const auto found = std::find_if(units.begin(), units.end(), [&](const Unit& unit) { return unit.track == track; });
+    return found == units.end() ? -1 : found->dts / ticks;
+}
+
+TEST(Navigation, MovesAllTracks) {
+    enum { kNext, kBack, kJump };
+    const int64_t most = std::numeric_limits<int64_t>::max();
+    const Bytes keys = Words("stss", {3, 1, 31, 61}), unordered = Words("stss", {3, 61, 1, 31});
+    const Bytes one = Words("stss", {1, 1}), all;
+    const std::string noNext = "W/ GetNextSyncUnit [993]:  Unable to get next Sync Sample \n";
+    const std::string noBack = "W/ GetPrevSyncUnit [943]:  Unable to get previous Sync Sample  \n";
+    const std::string nextless = "E/ GetNextSyncUnit [984]:  Couldn't get Video track \n";
+    const std::string backless = "E/ GetPrevSyncUnit [934]:  Video Track not found \n";
+    const std::string reset = "D/ JumpPTS [864]:  Reset Demux to start of Video \n", key = "Is this an I-Frame:   Y\n";
+    const std::string nowhere = "E/ GetJumpSampleIndex [796]:  Jump index cannot be obtained  \n"
+                                "E/ JumpPTS [843]: FileMovie::JumpPTS:   GetJumpSampleIndex returned 0 \n";
+    const std::string audioLeads = "E/ JumpPTS [815]: FileMovie::JumpPTS:  Video track is disables or no video track. "
+                                   "Using the sample index of first enabled track\n";
+    struct Case {
+        const char* name;
+        Bytes stss;
+        int off;      // track that is disabled during the move; -1 none
+        size_t from;  // where the video stands
+        int move;
+        int64_t time;
+        int32_t result;
+        int64_t video, audio;  // where they stand afterwards; -1 at the end
+        std::string line;
+    };
+    const Case cases[] = {
+        {"next from the start",        keys,      -1, 0,  kNext, 0, 0, 30, 46, "D/ GetNextSyncUnit [1005]:  audioTS[88320]  Video[90000] \n"},
+        {"next from a key frame",      keys,      1,  30, kNext, 0, 0, 60, 93, ""},
+        {"next from the last",         keys,      -1, 60, kNext, 0, 1, 60, 0, noNext},
+        {"next from the end",          keys,      -1, 90, kNext, 0, 1, -1, 0, noNext},
+        {"back from behind the last",  keys,      -1, 61, kBack, 0, 0, 0, 0, ""},
+        {"back from the last",         keys,      1,  60, kBack, 0, 0, 30, 46, "D/ GetPrevSyncUnit [955]:  audioTS[88320]  Video[90000] \n"},
+        {"back from the second",       keys,      -1, 30, kBack, 0, 0, 0, 0, ""},
+        {"back from the first",        keys,      -1, 0,  kBack, 0, 0, 0, 0, ""},
+        {"back with one key frame",    one,       -1, 45, kBack, 0, 0, 0, 0, ""},
+        {"next without a table",       all,       -1, 10, kNext, 0, 1, 10, 0, noNext},
+        {"back without a table",       all,       -1, 10, kBack, 0, 1, 10, 0, noBack},
+        {"next, table not in order",   unordered, -1, 0,  kNext, 0, 0, 30, 46, ""},
+        {"next without video",         keys,      0,  5,  kNext, 0, -1, 5, 0, nextless},
+        {"back without video",         keys,      0,  5,  kBack, 0, -1, 5, 0, backless},
+        {"to the start",               keys,      -1, 50, kJump, 0, 0, 0, 0, reset},
+        {"nearer to the first",        keys,      -1, 50, kJump, 44999, 0, 0, 0, reset},
+        {"a tie goes to the later",    keys,      -1, 50, kJump, 45000, 0, 30, 46, "D/ JumpPTS [898]: JumpPTS():  " + key},
+        {"nearer to the second",       keys,      1,  1,  kJump, 134999, 0, 30, 46, "D/ JumpPTS [874]:  " + key},
+        {"tie between the others",     keys,      -1, 1,  kJump, 135000, 0, 60, 93, "D/ JumpPTS [888]: AUDIO/Text: OldIndex[0]\tNewIndex[93] TS[178560] offset["},
+        {"behind the last key frame",  keys,      -1, 1,  kJump, 210000, 0, 70, 109, "D/ JumpPTS [874]:  Is this an I-Frame:   N\n"},
+        {"to where it stands",         keys,      -1, 60, kJump, 180000, 0, 60, 93, "D/ JumpPTS [874]:  " + key},
+        {"the last sample but one",    keys,      -1, 80, kJump, 266999, 0, 88, 137, ""},
+        {"the last sample",            keys,      -1, 50, kJump, 267000, -2, 50, 0, nowhere},
+        {"far behind",                 keys,      -1, 50, kJump, most, -2, 50, 0, nowhere},
+        {"before the start",           keys,      -1, 50, kJump, -1, -2, 50, 0, nowhere},
+        {"jump without a table",       all,       -1, 10, kJump, 90000, -2, 10, 0, "E/ GetJumpSampleIndex [763]:  Cannot start \n"},
+        {"with the video at its end",  keys,      -1, 90, kJump, 0, -2, -1, 0, "E/ JumpPTS [825]: Video Track has reached EOS\n"},
+        {"led by audio",               keys,      0,  5,  kJump, 90000, 0, 29, 46, audioLeads},  // 88320 is in picture 29
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        LogCapture log;
+        Session session(LongMovie(c.stss));
+        session.logLevel = 4;
+        ASSERT_TRUE(session.Start());
+        session.Enable(1, false);
+        ASSERT_EQ(session.Deliver(c.from).size(), c.from);
+        session.Enable(0, c.off != 0);
+        session.Enable(1, c.off != 1);
+        const int32_t result = c.move == kJump ? KivMp4JumpPTS(session.demux, c.time)
+                               : (c.move == kNext ? KivMp4GetNextSyncUnit : KivMp4GetPrevSyncUnit)(session.demux, &session.unit);
+        EXPECT_EQ(result, c.result);
+        if (c.move != kJump && result == 0) {
+            EXPECT_EQ(session.unit.dts, 3000 * c.video);
+            EXPECT_TRUE(session.unit.isSync == 1 && session.unit.isVideo == 1);
+        }
+        EXPECT_TRUE(log.Has(c.line)) << log.Text();
+        session.Enable(0, true);
+        session.Enable(1, true);
+        const std::vector<Unit> rest = session.Deliver();
+        for (const Unit& unit : rest) {
+            const int64_t place = unit.dts / 3000;
+            const bool isKey = !unit.isVideo || c.stss.empty() || place == 0 || (c.stss == keys && place % 30 == 0);
+            EXPECT_TRUE(c.stss == unordered || unit.isSync == isKey) << unit.dts;
+        }
+        EXPECT_EQ(FirstOf(rest, 0, 3000), c.video);
+        EXPECT_EQ(FirstOf(rest, 1, 1920), c.audio);
     }
 }
 
-TEST(Delivery, GrowsThePayloadBlockWithSlack) {
-    Track track = AudioTrack(0);
-    for (size_t size : {100, 2148, 2149, 60})
-        track.samples.push_back(Nal(size));
-    Session session(Mp4Builder::Build({.tracks = {track}}));
+TEST(Navigation, LeadsByTheLastVideoTrackAndCountsDelays) {
+    Movie movie = LongMovie({});
+    movie.tracks.push_back(movie.tracks[0]);
+    movie.tracks[0].replace["stts"] = Words("stts", {2, 20, 3000, 70, 1500});
+    movie.tracks[1].replace["edts"] = Box("edts", Words("elst", {2, 500, 0xFFFFFFFF, 0, 9, 0, 0}));
+    movie.tracks[2].replace["stss"] = Words("stss", {2, 1, 31});
+    Session session(movie);
     ASSERT_TRUE(session.Start());
-    std::memset(&session.unit, 0xEE, sizeof session.unit);
-    KivMp4InitUnit(session.demux, &session.unit);
-    Bytes copy(2149);
-    for (int32_t capacity : {2212, 2212, 4261, 4261}) {
-        const Unit unit = session.Deliver(1).at(0);
-        EXPECT_EQ(session.unit.capacity, capacity);
-        EXPECT_EQ(KivMp4GetNextUnitData(session.demux, copy.data()), 0);
-        EXPECT_EQ(Bytes(copy.begin(), copy.begin() + session.unit.size), unit.bytes);
-    }
-    for (uint8_t byte : session.unit.padding)
-        EXPECT_EQ(byte, 0xEE);  // not the module's
-    KivMp4InitUnit(session.demux, &session.unit);
-    EXPECT_EQ(KivMp4GetNextUnitData(session.demux, copy.data()), 0);  // nothing to copy any more
+    EXPECT_EQ(KivMp4GetNextSyncUnit(session.demux, &session.unit), 0);
+    EXPECT_EQ(session.unit.trackIndex, 2u);
+    const std::vector<Unit> rest = session.Deliver();
+    EXPECT_EQ(FirstOf(rest, 0, 1), 90000);
+    EXPECT_EQ(FirstOf(rest, 1, 1), 45000 + 23 * 1920);  // the last one up to 90000
+    EXPECT_EQ(FirstOf(rest, 2, 1), 90000);
 }
 
 }  // namespace

@@ -1,32 +1,31 @@
-// Creation: file names, log levels, null arguments, small heaps and a second handle.
+// Handles: how they come and go, null arguments, misbehaving players, missing memory, and two threads at one.
 #include "support/Session.h"
 
 namespace kivmp4::test {
 namespace {
 
-Bytes BaseFile() {
-    Movie movie{.tracks = {VideoTrack(), AudioTrack()}};
-    movie.tracks[0].sync = {1, 3};
-    return Mp4Builder::Build(movie);
-}
+const Movie kMovie{.tracks = {VideoTrack(), AudioTrack()}};
 
-TEST(Entry, ChecksTheExtension) {
+TEST(Handle, ChecksTheExtension) {
     const std::string dash = "E/ OpenCheck [436]: URI Invalid (DASH Streaming not available)\n";
     const std::string smooth = "E/ OpenCheck [458]: URI Invalid (Smooth Streaming not available)\n";
-    const std::string known = "D/ OpenCheck [413]: URI file extension OK\n", other = "D/ OpenCheck [463]: URI file extension OK\n";
+    const std::string known = "D/ OpenCheck [413]: URI file extension OK\n";
+    const std::string other = "D/ OpenCheck [463]: URI file extension OK\n";
     const std::string is3D = "D/ OpenCheck [410]: URI file extension OK [ 3D ]\n";
     struct Case { const char* path; bool accepted; const std::string& line; };
     const Case cases[] = {
-        {"movie.mp4", true, known},     {"clip.m4v", true, known},   {"song.m4a", true, known},       {"film.mov", true, known},
-        {"film.m3d", true, is3D},       {"a.mp4v", true, known},     {"dir.mov/file", true, known},   {"file.avi", true, other},
-        {"nodot", true, other},         {"", true, other},           {".", true, other},              {"a.m", true, other},
-        {"%s%n%d.mp4", true, known},    {"FILM.MP4", true, other},   {"stream.MPD", true, other},     {"a.mpd.mp4", true, known},
-        {"stream.mpd", false, dash},    {"stream.ism", false, smooth}, {"stream.mpd4", false, dash},  {"a.mp4.ism/Manifest", false, smooth},
+        {"movie.mp4", true, known},     {"clip.m4v", true, known},      {"song.m4a", true, known},
+        {"film.mov", true, known},      {"film.m3d", true, is3D},       {"a.mp4v", true, known},
+        {"dir.mov/file", true, known},  {"%s%n%d.mp4", true, known},    {"a.mpd.mp4", true, known},
+        {"file.avi", true, other},      {"nodot", true, other},         {"", true, other},
+        {"a.m", true, other},           {"FILM.MP4", true, other},      {"stream.MPD", true, other},
+        {"stream.mpd", false, dash},    {"stream.mpd4", false, dash},
+        {"stream.ism", false, smooth},  {"a.mp4.ism/Manifest", false, smooth},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.path);
         LogCapture log;
-        Session session(BaseFile());
+        Session session(kMovie);
         session.path = c.path;
         session.logLevel = 4;
         EXPECT_EQ(session.Create(), c.accepted);
@@ -34,16 +33,22 @@ TEST(Entry, ChecksTheExtension) {
         EXPECT_TRUE(c.accepted || log.Text() == c.line) << log.Text();
         EXPECT_EQ(session.file.Opens(), c.accepted ? 1 : 0);
     }
+    LogCapture log;
+    Session refused(kMovie);
+    refused.file.refuseOpen = true;
+    refused.logLevel = 1;
+    EXPECT_FALSE(refused.Create());
+    EXPECT_EQ(log.Text(), "E/ Open [209]:  Open file failed: clip.mp4 \n");
 }
 
-TEST(Entry, PrintsWhatTheLevelAdmits) {
+TEST(Handle, PrintsWhatTheLevelAdmits) {
     struct Case { int32_t level; bool error, warning, debug, info; };
     const Case cases[] = {{-1, 0, 0, 0, 0}, {0, 0, 0, 0, 0}, {1, 1, 0, 0, 0}, {2, 1, 1, 0, 0},
                           {3, 0, 0, 0, 1},  {4, 1, 1, 1, 1}, {5, 0, 0, 0, 0}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.level);
         LogCapture log;
-        Session session(BaseFile());
+        Session session(kMovie);
         session.logLevel = c.level;
         ASSERT_EQ(session.Open(), 0);
         uint8_t byte = 0;
@@ -59,87 +64,186 @@ TEST(Entry, PrintsWhatTheLevelAdmits) {
     }
 }
 
-TEST(Entry, LeavesNothingWhenTheFileDoesNotOpen) {
-    Session session(BaseFile());
-    session.file.refuseOpen = true;
-    session.logLevel = 1;
-    LogCapture log;
-    EXPECT_FALSE(session.Create());
-    EXPECT_EQ(log.Text(), "E/ Open [209]:  Open file failed: clip.mp4 \n");
-    EXPECT_EQ(session.file.Closes(), 0);
+// What exports with a record or an out pointer refuse on any handle when it is null, and with it when the handle is.
+void Refuses(Mp4Demux* demux, AccessUnit* unit, CodecInfo* info, uint32_t* tracks, int64_t* duration) {
+    const std::vector<int32_t> answers = {
+        KivMp4Open(demux, tracks, duration),   KivMp4GetTrackInfo(demux, 0, info),
+        KivMp4GetNextUnit(demux, unit),        KivMp4GetNextSyncUnit(demux, unit),
+        KivMp4GetPrevSyncUnit(demux, unit),    KivMp4GetNextUnitData(demux, info),
+    };
+    EXPECT_EQ(answers, std::vector<int32_t>(6, -1));
 }
 
-// Every answer to a null handle, record or out pointer; `demux` is null, stale, or open with a track enabled.
-void RefusesNulls(Mp4Demux* demux, bool open) {
+void IsNoHandle(Mp4Demux* demux) {
     AccessUnit unit = {};
     CodecInfo info = {};
     uint32_t tracks = 0;
     int64_t duration = 0;
-    uint8_t byte = 0;
-    EXPECT_EQ(KivMp4Open(demux, nullptr, &duration), -1);
-    EXPECT_EQ(KivMp4Open(demux, &tracks, nullptr), -1);
-    EXPECT_EQ(KivMp4GetTrackInfo(demux, 0, nullptr), -1);
-    EXPECT_EQ(KivMp4GetNextUnit(demux, nullptr), -1);
-    EXPECT_EQ(KivMp4GetPrevSyncUnit(demux, nullptr), -1);
-    EXPECT_EQ(KivMp4GetNextSyncUnit(demux, nullptr), -1);
-    EXPECT_EQ(KivMp4GetNextUnitData(demux, nullptr), -1);
-    EXPECT_EQ(KivMp4InitUnit(demux, nullptr), -1);
-    if (open)
-        return;
-    EXPECT_EQ(KivMp4Open(demux, &tracks, &duration), -1);
-    EXPECT_EQ(KivMp4Destroy(demux), -1);
-    EXPECT_EQ(KivMp4EnableTrack(demux, 0, 1), -1);
-    EXPECT_EQ(KivMp4GetTrackInfo(demux, 0, &info), -1);
-    EXPECT_EQ(KivMp4GetNextUnit(demux, &unit), -1);
-    EXPECT_EQ(KivMp4GetNextSyncUnit(demux, &unit), -1);
-    EXPECT_EQ(KivMp4GetPrevSyncUnit(demux, &unit), -1);
-    EXPECT_EQ(KivMp4JumpPTS(demux, 0), -1);
-    EXPECT_EQ(KivMp4GetNextUnitData(demux, &byte), -1);
-    EXPECT_EQ(KivMp4Rewind(demux), -1);
-    EXPECT_EQ(KivMp4SetAvailableBW(demux), -1);
+    Refuses(demux, &unit, &info, &tracks, &duration);
+    Refuses(demux, nullptr, nullptr, nullptr, nullptr);
+    const std::vector<int32_t> answers = {KivMp4Destroy(demux), KivMp4EnableTrack(demux, 0, 1), KivMp4JumpPTS(demux, 0),
+                                          KivMp4Rewind(demux), KivMp4SetAvailableBW(demux)};
+    EXPECT_EQ(answers, std::vector<int32_t>(5, -1));
     KivMp4FlushFileReader(demux);
     KivMp4ResumeFileReader(demux);
 }
 
-TEST(Entry, RefusesNullArguments) {
-    Session session(BaseFile());
+TEST(Handle, RefusesNullArgumentsAndStaleHandles) {
+    IsNoHandle(nullptr);
+    Session first(kMovie), second(kMovie);
     Bytes heap(1 << 20);
-    const auto create = [&](const char* path, FileInterface* file, ClientAllocator* memory, void* block) {
-        return KivMp4Create(path, file, memory, block, heap.size(), 0, 0);
-    };
-    EXPECT_EQ(create(nullptr, session.file.Interface(), session.memory.Interface(), heap.data()), nullptr);
-    EXPECT_EQ(create("a.mp4", nullptr, session.memory.Interface(), heap.data()), nullptr);
-    EXPECT_EQ(create("a.mp4", session.file.Interface(), nullptr, heap.data()), nullptr);
-    EXPECT_EQ(create("a.mp4", session.file.Interface(), session.memory.Interface(), nullptr), nullptr);
-    RefusesNulls(nullptr, false);
-    ASSERT_TRUE(session.Start());
-    RefusesNulls(session.demux, true);
-    EXPECT_EQ(session.Deliver().size(), 7u);  // nothing has moved
+    for (int missing = 0; missing < 4; missing++) {
+        FileInterface* file = missing == 1 ? nullptr : first.file.Interface();
+        ClientAllocator* memory = missing == 2 ? nullptr : first.memory.Interface();
+        void* block = missing == 3 ? nullptr : heap.data();
+        EXPECT_EQ(KivMp4Create(missing == 0 ? nullptr : "a.mp4", file, memory, block, heap.size(), 0, 0), nullptr);
+    }
+    CodecInfo info = {};
+    ASSERT_TRUE(first.Create());
+    EXPECT_EQ(KivMp4GetTrackInfo(first.demux, 0, &info), -1);  // not open yet
+    ASSERT_TRUE(first.Start());
+    EXPECT_EQ(KivMp4GetTrackInfo(first.demux, 2, &info), -1);
+    EXPECT_EQ(KivMp4GetTrackInfo(first.demux, -1, &info), 0);  // stands for track 0
+    EXPECT_EQ(first.Deliver(3).size(), 3u);
+    EXPECT_EQ(first.Open(), -1);  // once only
+    EXPECT_EQ(first.duration, -1);
+    Refuses(first.demux, nullptr, nullptr, &first.tracks, nullptr);
+    Refuses(first.demux, nullptr, nullptr, nullptr, &first.duration);
+    EXPECT_EQ(KivMp4InitUnit(first.demux, nullptr), -1);
+    EXPECT_EQ(first.Deliver(2).size(), 2u);  // nothing has moved
+
+    ASSERT_TRUE(second.Start());  // closes the first one
+    first.CheckLeftovers();
+    IsNoHandle(first.demux);
+    first.demux = nullptr;
+    EXPECT_EQ(second.Deliver().size(), 7u);
 }
 
-TEST(Entry, CopesWithAnyHeapBlock) {
-    for (size_t misalign = 0; misalign < 8; misalign++) {
-        for (size_t size : {0, 1, 7, 64, 4096, 100000}) {  // none holds the read-ahead buffer
-            Session session(BaseFile(), size + misalign, misalign);
-            EXPECT_TRUE(!session.Create() || size > 64) << size << " bytes, misaligned by " << misalign;
-            EXPECT_EQ(session.Open(), -1) << size;
+Movie LargeMovie() {
+    Movie movie{.tracks = {VideoTrack(0), AudioTrack(60)}};
+    for (uint32_t i = 0; i < 40; i++)
+        movie.tracks[0].samples.push_back(Prefixed(4, {Nal(3000 + 2500 * i, i)}));  // some beyond 64 KiB
+    movie.tracks[0].replace["stss"] = Words("stss", {4, 1, 11, 21, 31});
+    return movie;
+}
+
+TEST(Handle, ComesAndGoes) {
+    const Bytes content = Mp4Builder::Build(LargeMovie());
+    for (uint32_t round = 1; round <= 300 && !HasFailure(); round++) {
+        SCOPED_TRACE(round);
+        Session session(content, size_t{1} << 20);
+        session.file.delaySeed = round;
+        ASSERT_TRUE(round % 3 ? session.Create() : session.Start());
+        if (round % 3 == 0) {
+            EXPECT_EQ(session.Deliver(round % 7).size(), round % 7);
         }
-        Session session(BaseFile(), 1 << 20, misalign);
-        ASSERT_TRUE(session.Start()) << "misaligned by " << misalign;
-        EXPECT_EQ(session.Deliver().size(), 7u);
     }
 }
 
-TEST(Entry, ClosesTheFormerHandle) {
-    Session first(BaseFile()), second(BaseFile());
-    ASSERT_TRUE(first.Start());
-    EXPECT_EQ(first.Deliver(2).size(), 2u);
-    ASSERT_TRUE(second.Start());
-    first.CheckLeftovers();
-    RefusesNulls(first.demux, false);
-    first.demux = nullptr;
-    EXPECT_EQ(second.Deliver().size(), 7u);
-    EXPECT_EQ(KivMp4JumpPTS(second.demux, 0), -2);  // the video stands at its end
+TEST(Handle, KeepsTheBytesWhileTrickModeSwitchesAndSeeks) {
+    Session session(LargeMovie());
+    ASSERT_TRUE(session.Start());
+    std::map<std::pair<uint32_t, int64_t>, Bytes> expected;
+    for (const Unit& unit : session.Deliver())
+        expected[{unit.track, unit.dts}] = unit.bytes;
+    ASSERT_EQ(expected.size(), 100u);
+    std::atomic<bool> stop = false;
+    std::mutex gate;  // Rewind must not run beside the others
+    std::thread switching([&] {
+        for (uint32_t round = 0; !stop; round++) {
+            const std::lock_guard<std::mutex> guard(gate);
+            round % 2 ? KivMp4ResumeFileReader(session.demux) : KivMp4FlushFileReader(session.demux);
+            if (round % 64 == 0) {
+                EXPECT_NE(KivMp4JumpPTS(session.demux, round % 40 * 3000), -1);
+            }
+        }
+    });
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    while (std::chrono::steady_clock::now() < end && !HasFailure()) {
+        {
+            const std::lock_guard<std::mutex> guard(gate);
+            KivMp4Rewind(session.demux);
+        }
+        for (const Unit& unit : session.Deliver(100))
+            EXPECT_TRUE(unit.bytes == (expected[{unit.track, unit.dts}])) << unit.track << " at " << unit.dts;
+        EXPECT_NE(session.result, -1);
+    }
+    stop = true;
+    switching.join();
+}
+
+Movie SmallMovie() {
+    Movie movie{.tracks = {VideoTrack(10), AudioTrack(12)}};
+    movie.tracks[0].replace["stss"] = Words("stss", {3, 1, 4, 8});
+    return movie;
+}
+
+TEST(Handle, OutlivesAMisbehavingPlayer) {
+    using Fault = MemoryFile::Fault;
+    struct Case { const char* name; Fault fault; uint32_t count; bool harmless; };
+    const Case cases[] = {{"short", Fault::Short, 1, false}, {"more than asked", Fault::Over, 1, false},
+                          {"error", Fault::Error, 1, false}, {"empty for a while", Fault::Empty, 100, true}};
+    Movie movie = SmallMovie();
+    movie.tracks[0].samples[5] = Prefixed(4, {Nal(150000)});  // read past the buffer
+    const Bytes content = Mp4Builder::Build(movie);
+    Session honest(content);
+    ASSERT_TRUE(honest.Start());
+    const std::vector<Unit> expected = honest.Deliver();
+    honest.Close();
+    for (const Case& c : cases) {
+        for (uint32_t call = 0; call < 5; call++) {
+            SCOPED_TRACE(std::string(c.name) + " at call " + std::to_string(call));
+            Session session(content);
+            session.file.fault = c.fault;
+            session.file.faultCall = call;
+            session.file.faultCount = c.count;
+            EXPECT_TRUE(session.Start() || !c.harmless);
+            const std::vector<Unit> units = session.Deliver();
+            EXPECT_EQ(session.result, units.size() == expected.size() ? 1 : -1);
+            EXPECT_TRUE(session.result == 1 || !c.harmless);
+            for (size_t i = 0; i < units.size(); i++)
+                EXPECT_TRUE(units[i].bytes == expected[i].bytes) << i;
+            session.Exercise();
+        }
+    }
+    Session endless(content);
+    endless.file.fault = Fault::Empty;
+    ASSERT_TRUE(endless.Create());
+    while (endless.file.Reads().empty())
+        std::this_thread::yield();
+    endless.Close();  // returns
+}
+
+TEST(Handle, CopesWithAnyHeapBlock) {
+    const Bytes content = Mp4Builder::Build(SmallMovie());
+    int opened = 0;
+    for (size_t capacity = 0; capacity < 240000; capacity += capacity < 6000 || capacity > 196608 ? 167 : 50000) {
+        SCOPED_TRACE(capacity);
+        Session session(content, capacity, capacity % 8);
+        const bool open = session.Open() == 0;
+        EXPECT_TRUE(!open || capacity > 196608);  // the size of the read-ahead buffer
+        opened += open;
+        session.Exercise();
+    }
+    EXPECT_GT(opened, 10);
+}
+
+TEST(Handle, CopesWithoutThePlayersMemory) {
+    Movie movie = SmallMovie();
+    movie.tracks[0] = VideoTrack(300);  // tables above 1024 bytes
+    movie.tracks[0].replace["stss"] = FullBox("stss", Put().U32(300).Each(Numbers(300, 1), 4));
+    movie.tracks[0].replace["ctts"] = FullBox("ctts", Put().U32(300).Each(Numbers(600, 1), 4));
+    const Bytes content = Mp4Builder::Build(movie);
+    uint32_t calls = 1;
+    for (uint32_t n = 0; n < 2 * calls; n++) {
+        SCOPED_TRACE(n);
+        Session session(content);
+        session.memory.failCall = n / 2;
+        session.memory.failFrom = n % 2;
+        session.Exercise();
+        calls = std::max(calls, session.memory.Calls());
+    }
+    EXPECT_GT(calls, 5u);
 }
 
 }  // namespace

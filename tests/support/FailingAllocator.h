@@ -3,12 +3,11 @@
 
 #include "KivMp4.h"
 
+#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <map>
-#include <mutex>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,10 +15,8 @@ namespace kivmp4::test {
 
 class FailingAllocator {
 public:
-    static constexpr uint32_t kNever = std::numeric_limits<uint32_t>::max();
-    uint32_t failCall = kNever;  // number of the call that fails, from 0
-    bool failFrom = false;       // and all behind it
-    size_t budget = size_t{64} << 20;
+    uint32_t failCall = std::numeric_limits<uint32_t>::max();  // number of the call that fails, from 0
+    bool failFrom = false;                                     // and all behind it
 
     ClientAllocator* Interface() { return &interface; }
     uint32_t Calls() const { return calls; }
@@ -27,61 +24,53 @@ public:
     const std::vector<std::string>& Violations() const { return violations; }
 
 private:
-    static constexpr size_t kMargin = 32;
+    static constexpr size_t kMargin = 32, kLargest = size_t{64} << 20;
     static constexpr uint8_t kCanary = 0xC7;
     struct Block {
-        uint8_t* raw;
+        std::unique_ptr<uint8_t[]> raw;
         size_t size;
     };
 
     void* Allocate(size_t alignment, size_t size) {
-        const std::lock_guard<std::mutex> guard(lock);
         const uint32_t call = calls++;
         if (alignment != 1 && alignment != 4 && alignment != 8)
             violations.push_back("alignment " + std::to_string(alignment));
-        if (call == failCall || (failFrom && call > failCall) || size > budget - used)
+        if (call == failCall || (failFrom && call > failCall) || size > kLargest)
             return nullptr;
-        auto* raw = static_cast<uint8_t*>(std::malloc(size + 2 * kMargin));
-        std::memset(raw, kCanary, size + 2 * kMargin);
+        auto raw = std::make_unique<uint8_t[]>(size + 2 * kMargin);
+        std::fill_n(raw.get(), size + 2 * kMargin, kCanary);
         // Odd multiples of the alignment only: address % (2 * alignment) == alignment.
-        uint8_t* block = raw + 16;
+        uint8_t* block = raw.get() + 16;
         block += (3 * alignment - reinterpret_cast<uintptr_t>(block) % (2 * alignment)) % (2 * alignment);
-        blocks[block] = {raw, size};
-        used += size;
-        std::memset(block, 0x5A, size);
+        blocks[block] = {std::move(raw), size};
         return block;
     }
 
     void Free(void* pointer) {
-        const std::lock_guard<std::mutex> guard(lock);
         auto* block = static_cast<uint8_t*>(pointer);
         const auto found = blocks.find(block);
         if (found == blocks.end()) {
             violations.push_back("free of a foreign block");
             return;
         }
-        const Block entry = found->second;
-        for (uint8_t* p = entry.raw; p < entry.raw + entry.size + 2 * kMargin; p++) {
-            if ((p < block || p >= block + entry.size) && *p != kCanary)
-                violations.push_back("write outside a block of " + std::to_string(entry.size));
-            if (p == block && entry.size)
-                p = block + entry.size - 1;
-        }
-        used -= entry.size;
+        const auto& [raw, size] = found->second;
+        const auto intact = [](uint8_t byte) { return byte == kCanary; };
+        if (!std::all_of(raw.get(), block, intact) ||
+            !std::all_of(block + size, raw.get() + size + 2 * kMargin, intact))
+            violations.push_back("write outside a block of " + std::to_string(size));
         blocks.erase(found);
-        std::free(entry.raw);
     }
+
+    static FailingAllocator* Of(void* context) { return static_cast<FailingAllocator*>(context); }
 
     ClientAllocator interface = {
         this,
-        [](void* c, size_t alignment, size_t size) { return static_cast<FailingAllocator*>(c)->Allocate(alignment, size); },
-        [](void* c, void* block) { static_cast<FailingAllocator*>(c)->Free(block); },
+        [](void* c, size_t alignment, size_t size) { return Of(c)->Allocate(alignment, size); },
+        [](void* c, void* block) { Of(c)->Free(block); },
     };
-    std::mutex lock;
     std::map<uint8_t*, Block> blocks;
     std::vector<std::string> violations;
     uint32_t calls = 0;
-    size_t used = 0;
 };
 
 }  // namespace kivmp4::test

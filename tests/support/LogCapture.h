@@ -13,15 +13,9 @@ namespace kivmp4::test {
 
 class LogCapture {
 public:
-    LogCapture() : file(std::tmpfile()), saved(dup(2)) {
-        std::fflush(stderr);
-        dup2(fileno(file), 2);
-        ReportTo(saved);
-    }
+    LogCapture() : file(std::tmpfile()), saved(dup(2)) { Redirect(fileno(file), saved); }
     ~LogCapture() {
-        std::fflush(stderr);
-        dup2(saved, 2);
-        ReportTo(2);
+        Redirect(saved, 2);
         close(saved);
         std::fclose(file);
     }
@@ -43,13 +37,15 @@ public:
             count++;
         return count;
     }
-    bool Has(const std::string& part) const { return Count(part) > 0; }
+    bool Has(const std::string& part) const { return Text().find(part) != std::string::npos; }
 
 private:
-    // Keeps the sanitizers' reports visible.
-    static void ReportTo([[maybe_unused]] int descriptor) {
+    // The sanitizers' reports stay visible.
+    static void Redirect(int target, [[maybe_unused]] int reports) {
+        std::fflush(stderr);
+        dup2(target, 2);
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-        __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(descriptor)));
+        __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(reports)));
 #endif
     }
 

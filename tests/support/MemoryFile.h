@@ -25,25 +25,23 @@ public:
     enum class Fault { None, Short, Over, Error, Empty };
     struct ReadCall {
         int64_t offset;
-        uint32_t size, answer;
+        uint32_t size;
     };
 
     explicit MemoryFile(Bytes content) : bytes(std::move(content)) {}
 
     Bytes bytes;
     // Set these before the handle exists.
-    Fault fault = Fault::None;     // what the calls from number `faultCall` on answer, `faultCount` of them
+    Fault fault = Fault::None;  // what the calls from number `faultCall` on answer, `faultCount` of them
     uint32_t faultCall = 0, faultCount = std::numeric_limits<uint32_t>::max();
-    int64_t unknownSize = 0;       // answered by the first `unknownAsks` calls of getSize on each thread
+    int64_t unknownSize = 0;    // answered by the first `unknownAsks` calls of getSize on each thread
     uint32_t unknownAsks = 0;
-    int64_t claimedSize = -1;      // size told instead of the true one; bytes that are not there come short
     bool refuseOpen = false;
-    uint32_t delaySeed = 0;        // not 0: random waits of up to 200 microseconds in `read`
+    uint32_t delaySeed = 0;     // not 0: random waits of up to 200 microseconds in `read`
 
     FileInterface* Interface() { return &interface; }
     int Opens() const { return opens; }
     int Closes() const { return closes; }
-    uint32_t SizeAsks(std::thread::id thread) { return Locked([&] { return asks[thread]; }); }
     std::vector<ReadCall> Reads() { return Locked([&] { return reads; }); }
     std::vector<std::string> Violations() { return Locked([&] { return violations; }); }
 
@@ -51,28 +49,23 @@ private:
     uint32_t Read(void* destination, int64_t offset, uint32_t size) {
         if (inRead.exchange(true))
             Locked([&] { violations.push_back("overlapping reads"); });
-        const int64_t told = claimedSize >= 0 ? claimedSize : static_cast<int64_t>(bytes.size());
-        const bool allowed = opens > closes && size > 0 && offset >= 0 && offset <= told && size <= told - offset;
-        uint32_t answer = 0;
-        const uint32_t call = Locked([&] { return static_cast<uint32_t>(reads.size()); });
-        const bool faulty = fault != Fault::None && call >= faultCall && call - faultCall < faultCount;
-        if (allowed) {
-            const auto present = std::clamp<int64_t>(static_cast<int64_t>(bytes.size()) - offset, 0, size);
-            answer = static_cast<uint32_t>(present) - (faulty && fault == Fault::Short && present > 0 ? 1 : 0);
-            if (faulty && (fault == Fault::Empty || fault == Fault::Error))
-                answer = 0;
-            if (answer)
-                std::memcpy(destination, bytes.data() + offset, answer);
-            if (faulty && (fault == Fault::Over || fault == Fault::Error))
-                answer = fault == Fault::Over ? size + 1 : std::numeric_limits<uint32_t>::max();
-        }
-        if (delaySeed)
-            std::this_thread::sleep_for(std::chrono::microseconds(Locked([&] { return (delaySeed = delaySeed * 48271u + 11) >> 8; }) % 200));
-        Locked([&] {
-            reads.push_back({offset, size, answer});
+        const auto known = static_cast<int64_t>(bytes.size());
+        const bool allowed = opens > closes && size > 0 && offset >= 0 && offset <= known && size <= known - offset;
+        const uint32_t call = Locked([&] {
             if (!allowed)
                 violations.push_back("read of " + std::to_string(size) + " at " + std::to_string(offset));
+            if (delaySeed)
+                delaySeed = delaySeed * 48271u + 11;
+            reads.push_back({offset, size});
+            return static_cast<uint32_t>(reads.size() - 1);
         });
+        if (delaySeed)
+            std::this_thread::sleep_for(std::chrono::microseconds((delaySeed >> 8) % 200));
+        const bool faulty = call >= faultCall && call - faultCall < faultCount;
+        const uint32_t answers[] = {size, size - 1, size + 1, std::numeric_limits<uint32_t>::max(), 0};  // by Fault
+        const uint32_t answer = allowed ? answers[static_cast<int>(faulty ? fault : Fault::None)] : 0;
+        if (answer)
+            std::memcpy(destination, bytes.data() + offset, std::min(answer, size));
         inRead = false;
         return answer;
     }
@@ -81,9 +74,8 @@ private:
         return Locked([&] {
             if (opens == closes)
                 violations.push_back("size asked of a closed file");
-            if (asks[std::this_thread::get_id()]++ < unknownAsks)
-                return unknownSize;
-            return claimedSize >= 0 ? claimedSize : static_cast<int64_t>(bytes.size());
+            const bool unknown = asks[std::this_thread::get_id()]++ < unknownAsks;
+            return unknown ? unknownSize : static_cast<int64_t>(bytes.size());
         });
     }
 

@@ -1,4 +1,4 @@
-// Builds MP4 files and single boxes in memory: every table of a track can be replaced, forged or left out.
+// Builds MP4 files and single boxes in memory: every box of a track can be replaced, forged or left out.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,7 @@
 namespace kivmp4::test {
 
 using Bytes = std::vector<uint8_t>;
+using Numbers = std::vector<uint32_t>;
 using Pair = std::pair<uint32_t, uint32_t>;
 
 /// Big-endian bytes written one field after the other: `Put().U32(1).Text("moov").Zero(8)`.
@@ -22,9 +23,14 @@ public:
     Put& U32(uint64_t value) { return Number(value, 4); }
     Put& U64(uint64_t value) { return Number(value, 8); }
     Put& Number(uint64_t value, int bytes);
-    Put& Zero(size_t count) { return out.insert(out.end(), count, 0), *this; }
-    Put& Text(std::string_view text) { return out.insert(out.end(), text.begin(), text.end()), *this; }
-    Put& Raw(const Bytes& bytes) { return out.insert(out.end(), bytes.begin(), bytes.end()), *this; }
+    template <class List> Put& Each(const List& values, int bytes) {
+        for (auto value : values)
+            Number(value, bytes);
+        return *this;
+    }
+    Put& Zero(size_t count) { return Raw(Bytes(count)); }
+    Put& Text(std::string_view text) { return Raw(Bytes(text.begin(), text.end())); }
+    Put& Raw(const Bytes& bytes) { return Each(bytes, 1); }
     operator const Bytes&() const { return out; }
 
 private:
@@ -46,26 +52,24 @@ private:
 
 /// A byte string from hexadecimal digits; blanks are skipped.
 Bytes Hex(std::string_view digits);
+Bytes Join(const std::vector<Bytes>& parts);
 
 Bytes Box(std::string_view type, const Bytes& content);
 /// The same with its size in 64 bits behind a size field of 1.
 Bytes Box64(std::string_view type, const Bytes& content);
 Bytes FullBox(std::string_view type, const Bytes& content, uint8_t version = 0, uint32_t flags = 0);
-/// A box of 32-bit words behind version and flags; for forged tables.
-Bytes Words(std::string_view type, const std::vector<uint32_t>& words, uint8_t version = 0);
+/// A box of 32-bit words behind version and flags: tables and headers, honest and forged.
+Bytes Words(std::string_view type, const Numbers& words, uint8_t version = 0);
 
 /// What a sequence parameter set states. `aspectIdc` or `maxDecBuffering` of 0 or more writes a VUI.
 struct Sps {
     uint32_t profile = 100, level = 11, refs = 2, widthMbs = 11, heightMbs = 9;
-    uint32_t chromaFormat = 1, pocType = 2, lengthCode = 0;
-    std::vector<uint32_t> pocCycle = {};
+    uint32_t chromaFormat = 1, pocType = 2, lengthCode = 0, sampleAspect = 0;
     bool scalingMatrix = false, cropped = false;
     int aspectIdc = -1, maxDecBuffering = -1;
-    uint32_t sarWidth = 0, sarHeight = 0;
 };
 /// The NAL unit, header byte 0x67 included, without emulation prevention.
 Bytes SpsNal(const Sps& sps);
-
 /// An AVCDecoderConfigurationRecord.
 Bytes AvcC(int lengthSize, const std::vector<Bytes>& spsList, const std::vector<Bytes>& ppsList);
 /// A NAL unit of `size` bytes that differ by `seed`; the first one is a slice header byte.
@@ -74,14 +78,11 @@ Bytes Nal(size_t size, uint32_t seed = 1);
 Bytes Prefixed(int lengthSize, const std::vector<Bytes>& nals);
 /// What delivery makes of it: each NAL unit behind 00 00 00 01.
 Bytes Started(const std::vector<Bytes>& nals);
-Bytes Join(const std::vector<Bytes>& parts);
 
-/// An MPEG-4 descriptor with as many size bytes as needed.
+/// An MPEG-4 descriptor of less than 16 KiB.
 Bytes Descriptor(uint8_t tag, const Bytes& body);
 /// "esds" around a DecoderSpecificInfo. `esFlags` (0x80, 0x40, 0x20) add the fields that they announce.
 Bytes Esds(const Bytes& config, uint8_t esFlags = 0, uint8_t firstTag = 3);
-/// "esds" whose DecoderConfigDescriptor body is `decoderConfig` alone.
-Bytes EsdsAround(const Bytes& decoderConfig, uint8_t esFlags = 0, uint8_t firstTag = 3);
 Bytes VideoEntry(std::string_view type, const Bytes& children, uint16_t width = 176, uint16_t height = 144);
 /// Sound entry of version 0, 1 or 2.
 Bytes AudioEntry(std::string_view type, const Bytes& children, uint16_t version = 0);
@@ -90,70 +91,57 @@ Bytes Stsd(const std::vector<Bytes>& entries, uint8_t version = 0);
 /// Chains tables into one "stbl" box; each call adds one box in call order.
 class StblBuilder {
 public:
-    StblBuilder& Description(const Bytes& stsd) { return Add(stsd); }
-    StblBuilder& Sizes(const std::vector<uint32_t>& sizes);
+    StblBuilder& Add(const Bytes& box) { return content.Raw(box), *this; }
+    StblBuilder& Sizes(const Numbers& sizes) { return Table("stsz", Put().U32(0).U32(sizes.size()).Each(sizes, 4)); }
     StblBuilder& ConstantSize(uint32_t size, uint32_t count) { return Add(Words("stsz", {size, count})); }
     StblBuilder& ChunkMap(const std::vector<Pair>& firstChunkAndSamples);
-    StblBuilder& ChunkOffsets(const std::vector<uint64_t>& offsets);
-    StblBuilder& ChunkOffsets64(const std::vector<uint64_t>& offsets);
+    StblBuilder& ChunkOffsets(const Numbers& offsets) { return Table("stco", Put().U32(offsets.size()).Each(offsets, 4)); }
+    StblBuilder& ChunkOffsets64(const std::vector<uint64_t>& offsets) {
+        return Table("co64", Put().U32(offsets.size()).Each(offsets, 8));
+    }
     StblBuilder& Times(const std::vector<Pair>& countAndDelta) { return Pairs("stts", countAndDelta, 0); }
     StblBuilder& CompositionOffsets(const std::vector<Pair>& countAndOffset, uint8_t version = 0) {
         return Pairs("ctts", countAndOffset, version);
     }
-    StblBuilder& SyncSamples(const std::vector<uint32_t>& numbers, uint8_t version = 0);
-    StblBuilder& Add(const Bytes& box) { return content.insert(content.end(), box.begin(), box.end()), *this; }
+    StblBuilder& SyncSamples(const Numbers& numbers, uint8_t version = 0) {
+        return Table("stss", Put().U32(numbers.size()).Each(numbers, 4), version);
+    }
     operator Bytes() const { return Box("stbl", content); }
 
 private:
+    StblBuilder& Table(std::string_view type, const Bytes& table, uint8_t version = 0) {
+        return Add(FullBox(type, table, version));
+    }
     StblBuilder& Pairs(std::string_view type, const std::vector<Pair>& pairs, uint8_t version);
-    Bytes content;
+    Put content;
 };
 
-struct Edit {
-    int64_t duration, mediaTime;
-};
+using Replace = std::map<std::string, Bytes>;  // whole boxes by type; empty bytes leave the box out
 
 struct Track {
     Bytes entry = {};                 // sample entry box
     std::vector<Bytes> samples = {};  // as they lie in the file
-    uint32_t timescale = 90000, delta = 3000;
-    int64_t duration = 0;
-    uint8_t headerVersion = 0, editVersion = 0;
-    uint16_t language = 0x55C4;  // "und"
-    uint32_t flags = 1;          // of "tkhd"; bit 0: enabled
-    uint32_t samplesPerChunk = 1;
-    bool wideOffsets = false, constantSize = false, hasSync = false;
-    std::vector<Pair> times = {};        // empty: `delta` for every sample
-    std::vector<Pair> composition = {};  // empty: no "ctts"
-    std::vector<uint32_t> sync = {};     // numbered from 1; no "stss" when empty, unless hasSync
-    std::vector<Edit> edits = {};
-    std::map<std::string, Bytes> replace = {};  // whole boxes by type; empty bytes leave the box out
+    uint32_t timescale = 90000, delta = 3000, samplesPerChunk = 1;
+    Replace replace = {};  // also adds "ctts", "stss" and "edts"
 };
 /// H.264 at 90 kHz, 3000 ticks a sample, one NAL unit a sample.
 Track VideoTrack(uint32_t count = 3);
 /// AAC at 48 kHz, 1024 a sample.
 Track AudioTrack(uint32_t count = 4);
 
+/// One second, counted in thousandths.
 struct Movie {
     std::vector<Track> tracks = {};
-    uint32_t timescale = 1000;
-    int64_t duration = 1000;
-    uint8_t headerVersion = 0;
-    bool moovLast = false, wideMdat = false, openMdat = false;  // openMdat: size field 0
     std::vector<size_t> order = {};  // track of each chunk in file order; then the others' chunks in turn
-    std::map<std::string, Bytes> replace = {};
+    bool moovLast = false, wide = false;  // wide: chunk offsets of 64 bits
+    Bytes (*mdatBox)(std::string_view type, const Bytes& content) = Box;
+    Replace replace = {};
     Bytes front = {}, back = {};  // boxes before and behind all others
-};
-
-struct Mp4File {
-    Bytes bytes;
-    std::vector<std::vector<uint64_t>> offsets;  // of each track's samples
 };
 
 struct Mp4Builder {
     static StblBuilder Stbl() { return {}; }
-    static Mp4File File(const Movie& movie);
-    static Bytes Build(const Movie& movie) { return File(movie).bytes; }
+    static Bytes Build(const Movie& movie);
 };
 
 /// A media time in 90 kHz ticks as players get it: a single-precision product, fraction cut off.
