@@ -108,23 +108,5 @@ TEST(Heap, TellsBlocksOfAnEarlierHeapOverTheSameMemory) {
     now->Delete();
 }
 
-TEST(Heap, StaysInsideItsMemoryWhateverTheCapacity) {
-    for (size_t capacity = 0; capacity < 5000; capacity += 37) {
-        for (size_t skew : {0u, 1u, 7u, 15u}) {
-            std::vector<uint8_t> memory(capacity + 64, 0xC3);
-            Heap* heap = Heap::Create(memory.data() + 16 + skew, capacity);
-            if (heap) {
-                while (void* block = heap->Allocate(24))
-                    std::fill_n(static_cast<uint8_t*>(block), 24, uint8_t{0});
-                heap->Delete();
-            }
-            const auto start = memory.begin() + 16 + static_cast<int>(skew);
-            EXPECT_EQ(std::count(memory.begin(), start, 0xC3), 16 + static_cast<int>(skew)) << capacity;
-            EXPECT_EQ(std::count(start + static_cast<int>(capacity), memory.end(), 0xC3), 48 - static_cast<int>(skew)) << capacity;
-        }
-    }
-    EXPECT_EQ(Heap::Create(nullptr, 1 << 20), nullptr);
-}
-
 }  // namespace
 }  // namespace kivmp4::platform

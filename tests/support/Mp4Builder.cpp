@@ -149,22 +149,6 @@ Bytes Stsd(const std::vector<Bytes>& entries, uint8_t version) {
     return FullBox("stsd", Put().U32(entries.size()).Raw(Join(entries)), version);
 }
 
-StblBuilder& StblBuilder::Pairs(std::string_view type, const std::vector<Pair>& pairs, uint8_t version) {
-    Put table;
-    table.U32(pairs.size());
-    for (const Pair& pair : pairs)
-        table.U32(pair.first).U32(pair.second);
-    return Table(type, table, version);
-}
-
-StblBuilder& StblBuilder::ChunkMap(const std::vector<Pair>& firstChunkAndSamples) {
-    Put table;
-    table.U32(firstChunkAndSamples.size());
-    for (const Pair& run : firstChunkAndSamples)
-        table.U32(run.first).U32(run.second).U32(1);
-    return Table("stsc", table);
-}
-
 Track VideoTrack(uint32_t count) {
     Track track{.entry = VideoEntry("avc1", Box("avcC", AvcC(4, {SpsNal({})}, {Hex("68 EE 3C 80")})))};
     for (uint32_t i = 0; i < count; i++)

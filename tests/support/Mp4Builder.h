@@ -12,7 +12,6 @@ namespace kivmp4::test {
 
 using Bytes = std::vector<uint8_t>;
 using Numbers = std::vector<uint32_t>;
-using Pair = std::pair<uint32_t, uint32_t>;
 
 /// Big-endian bytes written one field after the other: `Put().U32(1).Text("moov").Zero(8)`.
 class Put {
@@ -88,34 +87,6 @@ Bytes VideoEntry(std::string_view type, const Bytes& children, uint16_t width = 
 Bytes AudioEntry(std::string_view type, const Bytes& children, uint16_t version = 0);
 Bytes Stsd(const std::vector<Bytes>& entries, uint8_t version = 0);
 
-/// Chains tables into one "stbl" box; each call adds one box in call order.
-class StblBuilder {
-public:
-    StblBuilder& Add(const Bytes& box) { return content.Raw(box), *this; }
-    StblBuilder& Sizes(const Numbers& sizes) { return Table("stsz", Put().U32(0).U32(sizes.size()).Each(sizes, 4)); }
-    StblBuilder& ConstantSize(uint32_t size, uint32_t count) { return Add(Words("stsz", {size, count})); }
-    StblBuilder& ChunkMap(const std::vector<Pair>& firstChunkAndSamples);
-    StblBuilder& ChunkOffsets(const Numbers& offsets) { return Table("stco", Put().U32(offsets.size()).Each(offsets, 4)); }
-    StblBuilder& ChunkOffsets64(const std::vector<uint64_t>& offsets) {
-        return Table("co64", Put().U32(offsets.size()).Each(offsets, 8));
-    }
-    StblBuilder& Times(const std::vector<Pair>& countAndDelta) { return Pairs("stts", countAndDelta, 0); }
-    StblBuilder& CompositionOffsets(const std::vector<Pair>& countAndOffset, uint8_t version = 0) {
-        return Pairs("ctts", countAndOffset, version);
-    }
-    StblBuilder& SyncSamples(const Numbers& numbers, uint8_t version = 0) {
-        return Table("stss", Put().U32(numbers.size()).Each(numbers, 4), version);
-    }
-    operator Bytes() const { return Box("stbl", content); }
-
-private:
-    StblBuilder& Table(std::string_view type, const Bytes& table, uint8_t version = 0) {
-        return Add(FullBox(type, table, version));
-    }
-    StblBuilder& Pairs(std::string_view type, const std::vector<Pair>& pairs, uint8_t version);
-    Put content;
-};
-
 using Replace = std::map<std::string, Bytes>;  // whole boxes by type; empty bytes leave the box out
 
 struct Track {
@@ -140,7 +111,6 @@ struct Movie {
 };
 
 struct Mp4Builder {
-    static StblBuilder Stbl() { return {}; }
     static Bytes Build(const Movie& movie);
 };
 
