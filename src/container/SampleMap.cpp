@@ -51,13 +51,24 @@ uint32_t SampleMap::GetSampleSize(int32_t sample) const {
     return constantSize ? constantSize : ReadBE32(sizes->data + kSizeEntries + size_t{4} * index);
 }
 
+// Samples that an entry covers when nothing wraps; more than any table may hold for a forged one.
+int64_t SampleMap::SamplesOf(int32_t entry) const {
+    if (entry == static_cast<int32_t>(chunkMapCount) - 1)
+        return 0;
+    const int64_t chunks = int64_t{FirstChunk(entry + 1)} - FirstChunk(entry);
+    return chunks < 0 || chunks > INT32_MAX ? int64_t{INT32_MAX} + 1 : chunks * SamplesPerChunk(entry);
+}
+
+void SampleMap::StartOver(int32_t sample) {
+    const auto samplesOf = [this](uint32_t entry) { return SamplesOf(static_cast<int32_t>(entry)); };
+    cacheEntry = static_cast<int32_t>(chunkMarks.StartFor(sample, chunkMapCount, cacheFirstSample, samplesOf));
+}
+
 // Moves the cache to the entry that covers the sample; the last one covers all that is left. Sample numbers are formed
 // in 32 bits and may wrap with forged entries; the walk is bounded by the entries all the same.
 void SampleMap::FindChunkEntry(int32_t sample) {
-    if (sample < cacheFirstSample || sample > cacheEndSample) {
-        cacheEntry = 0;
-        cacheFirstSample = 0;
-    }
+    if (sample < cacheFirstSample || sample > cacheEndSample)
+        StartOver(sample);
     const int32_t last = static_cast<int32_t>(chunkMapCount) - 1;
     int32_t entry = cacheEntry;
     uint32_t first = static_cast<uint32_t>(cacheFirstSample);

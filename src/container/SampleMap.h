@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "container/BoxContent.h"
+#include "container/SparseMarks.h"
 
 namespace kivmp4 {
 
@@ -27,6 +28,8 @@ public:
 private:
     bool ParseSizes(Mp4Box& stbl);
     void FindChunkEntry(int32_t sample);
+    void StartOver(int32_t sample);
+    int64_t SamplesOf(int32_t entry) const;
     const uint8_t* ChunkEntry(int32_t entry) const {
         return chunkMap->data + kTableHeader + size_t{12} * static_cast<uint32_t>(entry);
     }
@@ -48,6 +51,7 @@ private:
     int32_t cacheFirstSample = 0;
     int32_t cacheEndSample = 0;
     int32_t cacheEntry = 0;
+    SparseMarks chunkMarks;
     // The last run of sample sizes added up: delivery asks for a run that is one longer, or for the same again.
     int64_t runFirst = 0;
     int64_t runEnd = 0;

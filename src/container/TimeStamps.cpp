@@ -74,11 +74,11 @@ int32_t TimeStamps::CompositionUnits(int32_t sample) {
     if (cttsCount == 0)
         return 0;
     if (sample < ctsFirstSample) {
-        ctsEntry = 0;
-        ctsFirstSample = 0;
+        const auto samplesOf = [this](uint32_t entry) { return int64_t{ReadBE32(CttsEntry(entry))}; };
+        ctsEntry = ctsMarks.StartFor(sample, cttsCount, ctsFirstSample, samplesOf);
     }
     while (ctsEntry < cttsCount) {
-        const uint8_t* entry = cttsTable->data + kTableHeader + size_t{8} * ctsEntry;
+        const uint8_t* entry = CttsEntry(ctsEntry);
         const int32_t end = WrapAdd32(ctsFirstSample, ReadBE32(entry));
         if (sample < end)
             return static_cast<int32_t>(ReadBE32(entry + 4));

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "container/BoxContent.h"
+#include "container/SparseMarks.h"
 
 namespace kivmp4 {
 
@@ -38,6 +39,7 @@ private:
     void StepForward();
     void StepBack();
     int32_t CompositionUnits(int32_t sample);
+    const uint8_t* CttsEntry(uint32_t entry) const { return cttsTable->data + kTableHeader + size_t{8} * entry; }
     int32_t SampleAt(int32_t first, int64_t offset, uint32_t entry) const;
     int32_t SearchForward(int64_t target);
     int32_t SearchBackward(int64_t target);
@@ -55,6 +57,7 @@ private:
     // The cached "ctts" entry and its first sample.
     uint32_t ctsEntry = 0;
     int32_t ctsFirstSample = 0;
+    SparseMarks ctsMarks;
     float scale = 0;  // ticks per media unit
 };
 

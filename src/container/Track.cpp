@@ -21,6 +21,7 @@ Track::Track(Mp4Box& trakBox, FileMovie& owner, uint32_t index, const ClientAllo
 
 Track::~Track() {
     FreeWords(allocator, syncSamples);
+    ModuleFree(greatestTimes);
     decodeTimes.Free(allocator);
     compositionOffsets.Free(allocator);
     ReleaseOwner(elementaryStream, elementaryStreamOwner);

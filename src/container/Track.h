@@ -55,7 +55,7 @@ public:
     /// Finds the sample from which playing at `time` starts: for a track with sync samples the nearest one.
     /// @param index, jumpTime  receive the sample and its presentation time, the edit list's delay left out
     /// @return false when the time lies at or behind the last sample's; both outs are then untouched
-    [[nodiscard]] bool GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime) const;
+    [[nodiscard]] bool GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime);
 
     /// Finds the sync sample behind (`next`) or before a sample; without a sync table, for tracks other than video, the
     /// sample itself (`syncTime` untouched).
@@ -83,8 +83,10 @@ private:
     // TrackLookup.cpp
     bool HasDecodeTimes() const { return sttsEntryCount != 0; }
     uint64_t ArrayTime(uint32_t sample) const;
-    bool FindCandidate(uint64_t time, uint32_t& candidate) const;
+    bool FindCandidate(uint64_t time, uint32_t& candidate);
+    bool FindSyncPair(uint32_t sample, bool behindIncluded, uint32_t& before, uint32_t& behind) const;
     uint32_t SnapToSync(uint32_t candidate) const;
+    void MakeGreatestTimes();
 
     const ClientAllocator* allocator;  // borrowed
     int32_t logLevel;
@@ -109,6 +111,8 @@ private:
     TickArray decodeTimes;             // owned; sampleCount values
     uint32_t sampleCount = 0;          // that "stts" speaks of
     uint32_t syncSampleCount = 0;
+    bool syncAscending = true;         // the table is in order: it can be searched by halves
+    uint64_t* greatestTimes = nullptr;  // owned; greatest array time up to the end of each 64 samples, once searched
     bool mdhdVersion1 = false;
     uint32_t matrix[9] = {};           // of "tkhd", as stored
 };

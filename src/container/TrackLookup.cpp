@@ -1,10 +1,17 @@
 // Searches over a track's expanded arrays: where to start playing at a time, and the neighbouring sync samples.
 #include "container/Track.h"
 
+#include <algorithm>
+
 #include "support/Log.h"
 #include "support/Wrap.h"
 
 namespace kivmp4 {
+namespace {
+
+constexpr uint32_t kTimeBlock = 64;  // samples of which only the greatest time is kept
+
+}  // namespace
 
 // A sample's presentation time without the edit list's delay. Times are compared as unsigned numbers, so one before 0
 // counts as very late.
@@ -12,14 +19,36 @@ uint64_t Track::ArrayTime(uint32_t sample) const {
     return static_cast<uint64_t>(WrapAdd(decodeTimes.At(sample), compositionOffsets.At(sample)));
 }
 
+// One pass over all samples, for the first search; without memory every search takes a pass of its own.
+void Track::MakeGreatestTimes() {
+    const uint32_t blocks = (sampleCount + kTimeBlock - 1) / kTimeBlock;
+    if (greatestTimes || blocks < 2)
+        return;
+    greatestTimes = static_cast<uint64_t*>(ModuleAlloc(alignof(uint64_t), size_t{blocks} * sizeof(uint64_t)));
+    uint64_t greatest = 0;
+    for (uint32_t sample = 0; greatestTimes && sample < sampleCount; ++sample) {
+        greatest = std::max(greatest, ArrayTime(sample));
+        greatestTimes[sample / kTimeBlock] = greatest;
+    }
+}
+
+// Looks for the first sample at or before the time whose successor lies behind it.
 // @return false when the time lies at or behind the last sample's
-bool Track::FindCandidate(uint64_t time, uint32_t& candidate) const {
+bool Track::FindCandidate(uint64_t time, uint32_t& candidate) {
     candidate = 0;
     if (sampleCount == 1)
         return true;
     if (sampleCount > 1 && time < static_cast<uint64_t>(decodeTimes.At(1)))
         return true;
-    for (uint32_t sample = 1; sample < sampleCount; ++sample) {
+    MakeGreatestTimes();
+    uint32_t sample = 1;
+    if (greatestTimes && ArrayTime(0) <= time) {
+        // Then the first sample behind the time is the successor looked for, and no block before its own holds one.
+        const uint64_t* first = greatestTimes;
+        const uint64_t* block = std::upper_bound(first, first + (sampleCount + kTimeBlock - 1) / kTimeBlock, time);
+        sample = std::max<uint32_t>(static_cast<uint32_t>(block - first) * kTimeBlock, 1);
+    }
+    for (; sample < sampleCount; ++sample) {
         if (ArrayTime(sample - 1) <= time && time < ArrayTime(sample)) {
             candidate = sample - 1;
             return true;
@@ -28,18 +57,37 @@ bool Track::FindCandidate(uint64_t time, uint32_t& candidate) const {
     return false;
 }
 
+// Finds the first two neighbouring sync samples with before <= sample < behind, or before < sample <= behind when
+// `behindIncluded`.
+bool Track::FindSyncPair(uint32_t sample, bool behindIncluded, uint32_t& before, uint32_t& behind) const {
+    uint32_t entry = 1;
+    if (syncAscending) {
+        const uint32_t* first = syncSamples;
+        const uint32_t* end = first + syncSampleCount;
+        const uint32_t* found = behindIncluded ? std::lower_bound(first, end, sample) : std::upper_bound(first, end, sample);
+        entry = std::max<uint32_t>(static_cast<uint32_t>(found - first), 1);
+    }
+    for (; entry < syncSampleCount; ++entry) {
+        before = syncSamples[entry - 1];
+        behind = syncSamples[entry];
+        if (behindIncluded ? before < sample && sample <= behind : before <= sample && sample < behind)
+            return true;
+        if (syncAscending)
+            return false;  // in order there is no other place for it
+    }
+    return false;
+}
+
 // @return the nearer of the sync samples around the candidate, the later one when both are as near; the candidate
 // itself at or behind the last one
 uint32_t Track::SnapToSync(uint32_t candidate) const {
-    for (uint32_t entry = 1; entry < syncSampleCount; ++entry) {
-        const uint32_t before = syncSamples[entry - 1], behind = syncSamples[entry];
-        if (before <= candidate && candidate < behind)
-            return candidate - before < behind - candidate ? before : behind;
-    }
-    return candidate;
+    uint32_t before = 0, behind = 0;
+    if (!FindSyncPair(candidate, false, before, behind))
+        return candidate;
+    return candidate - before < behind - candidate ? before : behind;
 }
 
-bool Track::GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime) const {
+bool Track::GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime) {
     if (IsVideo() && (!HasDecodeTimes() || !syncSamples)) {
         LogError(logLevel, "GetJumpSampleIndex", 763, " Cannot start ");
         return false;
@@ -77,14 +125,11 @@ bool Track::GetSyncSampleIndex(bool next, int32_t sample, int32_t& index, int64_
         index = sample;
         return true;
     }
-    const uint32_t from = static_cast<uint32_t>(sample);
-    for (uint32_t entry = 1; entry < syncSampleCount; ++entry) {
-        const uint32_t before = syncSamples[entry - 1], behind = syncSamples[entry];
-        if (next ? before <= from && from < behind : before < from && from <= behind) {
-            index = static_cast<int32_t>(next ? behind : before);
-            syncTime = static_cast<int64_t>(ArrayTime(static_cast<uint32_t>(index)));
-            return true;
-        }
+    uint32_t before = 0, behind = 0;
+    if (FindSyncPair(static_cast<uint32_t>(sample), !next, before, behind)) {
+        index = static_cast<int32_t>(next ? behind : before);
+        syncTime = static_cast<int64_t>(ArrayTime(static_cast<uint32_t>(index)));
+        return true;
     }
     const uint32_t last = syncSampleCount > 0 ? syncSamples[syncSampleCount - 1] : 0;
     LogDebug(logLevel, "GetSyncSampleIndex", 874, "Cannot find sync sample %d of %lld samples ", sample,

@@ -61,8 +61,11 @@ bool Track::ParseSTSS(Mp4Box& stss) {
         return false;
     }
     syncSampleCount = entries;
-    for (uint32_t entry = 0; entry < entries; ++entry)
+    for (uint32_t entry = 0; entry < entries; ++entry) {
         syncSamples[entry] = ReadBE32(table->data + kTableHeader + size_t{4} * entry) - 1;
+        if (entry > 0 && syncSamples[entry] < syncSamples[entry - 1])
+            syncAscending = false;
+    }
     return true;
 }
 

@@ -84,6 +84,23 @@ TEST(SampleMap, LocatesSamples) {
     EXPECT_EQ(cut.table.GetSampleSize(1), 30u);
 }
 
+TEST(SampleMap, FindsItsWayInLongChunkMaps) {
+    Numbers map = {300}, chunks = {300};
+    std::vector<uint64_t> offsets;
+    for (uint32_t chunk = 0; chunk < 300; ++chunk) {
+        map.insert(map.end(), {chunk + 1, chunk % 4, 1});  // some without samples
+        chunks.push_back(1000 * chunk);
+        for (uint32_t sample = 0; sample < chunk % 4; ++sample)
+            offsets.push_back(1000 * chunk + 7 * sample);
+    }
+    const uint32_t count = static_cast<uint32_t>(offsets.size());
+    Loaded<SampleMap> samples({Words("stsz", {7, count}), Words("stsc", map), Words("stco", chunks)});
+    for (uint32_t ask = 0; ask < 2000; ++ask) {
+        const uint32_t sample = ask * 7919 % count;
+        ASSERT_EQ(samples.table.GetSampleOffset(static_cast<int32_t>(sample)), offsets[sample]) << sample;
+    }
+}
+
 TEST(TimeStamps, FindsTheSampleThatCoversATime) {
     Loaded<TimeStamps> stamps({Words("stts", {2, 3, 3000, 2, 1500})}, 90000u, int64_t{0});
     const std::pair<int64_t, int32_t> answers[] = {{9000, 3}, {10499, 3}, {0, 0}, {10500, 4}, {12000, 5}, {12001, -1}};
@@ -95,10 +112,11 @@ TEST(TimeStamps, FindsTheSampleThatCoversATime) {
 TEST(TimeStamps, AgreesWithAPlainModel) {
     auto below = [random = std::mt19937(3)](uint32_t limit) mutable { return static_cast<uint32_t>(random() % limit); };
     for (int round = 0; round < 40; ++round) {
-        Numbers times = {12}, offsets = {12};
+        const uint32_t entries = round % 4 ? 12 : 300;
+        Numbers times = {entries}, offsets = {entries};
         std::vector<int64_t> starts, deltas, shifts;
         int64_t now = 0;
-        for (int entry = 0; entry < 12; ++entry) {
+        for (uint32_t entry = 0; entry < entries; ++entry) {
             const uint32_t count = below(4), delta = below(3) * 500, shifted = below(5);
             const int32_t shift = static_cast<int32_t>(below(2000)) - 1000;
             times.insert(times.end(), {count, delta});
