@@ -61,9 +61,8 @@ typedef struct FileInterface {
      *
      *  0 means "nothing yet, ask again": the module asks again and again until bytes come or the handle is destroyed.
      *  A player whose file has failed must therefore answer (uint32_t)-1. Every other answer than `size` (less, or
-     *  more) fails the delivery that needed the bytes, and all later ones when the module's own thread had asked.
-     *  The module never asks for 0 bytes, for a negative offset or
-     *  beyond the size that `getSize` told. */
+     *  more) fails the delivery that needed the bytes, and all later ones when the module's own thread had asked. The
+     *  module never asks for 0 bytes, for a negative offset or beyond the size that `getSize` told. */
     uint32_t (*read)(void* context, void* destination, int64_t offset, uint32_t size);
     /** The file's size in bytes; 0 or less means "not known yet": KivMp4Open asks for about half a second. */
     int64_t (*getSize)(void* context);

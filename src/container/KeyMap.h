@@ -21,6 +21,8 @@ public:
 
 private:
     uint32_t EntryAt(uint32_t entry) const { return ReadBE32(entries->data + kTableHeader + size_t{4} * entry) - 1; }
+    bool IsAscending();
+    void FindByHalves(uint32_t sample, uint32_t first, uint32_t end);
 
     BoxContent entries;  // sample numbers from 1, big-endian
     uint32_t syncCount = 0;  // always within the payload
@@ -28,6 +30,7 @@ private:
     uint32_t askedSample = 0;
     uint32_t nextEntry = 0;
     uint32_t answer = 0;
+    enum class Order : uint8_t { Unknown, Ascending, Other } order = Order::Unknown;
 };
 
 }  // namespace kivmp4
