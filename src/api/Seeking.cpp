@@ -86,8 +86,8 @@ int32_t JumpPTS(const Mp4Demux& demux, int64_t target) {
     TrackCursor* reference = demux.VideoCursor();
     TrackCursor* reported = OtherForReport(demux);
     if (!reference) {
-        LogError(level, "JumpPTS", 815, "FileMovie::JumpPTS:  Video track is disables or no video track. "
-                                        "Using the sample index of first enabled track");
+        LogError(level, "JumpPTS", 815,  // one literal, so that it can be searched for
+                 "FileMovie::JumpPTS:  Video track is disables or no video track. Using the sample index of first enabled track");
         reference = FirstEnabled(demux);
     } else if (!reference->HasSamplesLeft()) {
         LogError(level, "JumpPTS", 825, "Video Track has reached EOS");
