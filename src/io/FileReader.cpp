@@ -21,8 +21,6 @@ int32_t ThreadPriority(int32_t base) { return base > INT32_MAX - kPriorityStep ?
 
 }  // namespace
 
-FileReader::FileReader(int32_t level) : logLevel(level) { queueLock.Create("DemuxStlHandler"); }
-
 int32_t FileReader::FileStreamingThread(void*) {
     streamingReader.load()->Stream();
     return 0;
@@ -99,10 +97,8 @@ ReadStatus FileReader::Read(void* destination, int64_t offset, uint32_t size, ui
 
 // A count that is not the size asked for is for the caller to judge.
 ReadStatus FileReader::ReadRaw(void* destination, int64_t offset, uint32_t size, uint32_t& delivered) {
-    if (const ReadStatus state = State(); state != ReadStatus::Done)
-        return state;
-    if (ioLock.Lock() < 0)
-        return ReadStatus::NotReady;
+    if (const ReadStatus status = TakeIoLock(); status != ReadStatus::Done)
+        return status;
     for (;;) {
         delivered = fileInterface->read(fileInterface->context, destination, offset, size);
         LogDebug(logLevel, "Read", 269, "RAW READ:  Size: %d, Position: %lld  \n", static_cast<int>(size),
@@ -117,37 +113,22 @@ ReadStatus FileReader::ReadRaw(void* destination, int64_t offset, uint32_t size,
 }
 
 ReadStatus FileReader::ReadBuffered(uint8_t* destination, int64_t offset, uint32_t size) {
-    if (ReadInsideHead(destination, offset, size))
-        return ReadStatus::Done;
-    if (const ReadStatus status = WaitForData(); status != ReadStatus::Done)
-        return status;
-    if (const ReadStatus status = LookAtHead(); status != ReadStatus::Done)
+    if (const ReadStatus status = TakeQueue(); status != ReadStatus::Done)
         return status;
     // Behind the wrap to the file's start the range looks inverted, and a read near the end jumps: meant.
-    if (bufferedStart > offset || offset > bufferedEnd)
+    if (offset < blocks->offset || offset > bufferedEnd) {
+        bufferLock.Unlock();
         if (const ReadStatus status = Jump(offset, size); status != ReadStatus::Done)
             return status;
-    return Serve(destination, offset, size);
-}
-
-// The common case: the oldest block has all of it, and stays.
-bool FileReader::ReadInsideHead(uint8_t* destination, int64_t offset, uint32_t size) {
-    if (queueLock.Lock() < 0)
-        return false;
-    const FileBlock* head = blocks;
-    const bool inside = head && offset >= head->offset && offset <= bufferedEnd &&
-                        size <= head->offset + head->length - offset;
-    if (inside) {
-        bufferedStart = head->offset;
-        std::memcpy(destination, head->data + (offset - head->offset), size);
+        if (const ReadStatus status = TakeQueue(); status != ReadStatus::Done)
+            return status;
     }
-    queueLock.Unlock();
-    return inside;
+    return CopyOut(destination, offset, size);
 }
 
 // Right after Open the thread is still setting itself up. @return as State, after one delay at the longest
 ReadStatus FileReader::WaitForStart() {
-    const uint32_t seen = progress.Changes();
+    const uint32_t seen = progress.Changes();  // before the look, so that no change falls between the two
     const ReadStatus state = State();
     if (state != ReadStatus::NotReady || stopRequested || thread < 0)
         return state;
@@ -175,7 +156,10 @@ ReadStatus FileReader::WaitForData() {
 
 // On Done ioLock is held and the thread is to keep going.
 ReadStatus FileReader::TakeIoLock() {
-    if (ioLock.Lock() < 0)
+    ++ioWaiters;
+    const bool locked = ioLock.Lock() >= 0;
+    --ioWaiters;
+    if (!locked)
         return ReadStatus::NotReady;
     const ReadStatus state = State();
     if (state != ReadStatus::Done)
@@ -183,14 +167,17 @@ ReadStatus FileReader::TakeIoLock() {
     return state;
 }
 
-// Notes where the oldest block begins.
-ReadStatus FileReader::LookAtHead() {
-    if (const ReadStatus status = TakeIoLock(); status != ReadStatus::Done)
-        return status;
-    const bool found = blocks != nullptr;
-    if (found)
-        bufferedStart = blocks->offset;
-    return ioLock.Unlock() < 0 || !found ? ReadStatus::NotReady : ReadStatus::Done;
+// On Done bufferLock is held and a block is queued.
+ReadStatus FileReader::TakeQueue() {
+    for (;;) {
+        if (bufferLock.Lock() < 0)
+            return ReadStatus::NotReady;
+        if (blocks)
+            return ReadStatus::Done;
+        bufferLock.Unlock();
+        if (const ReadStatus status = WaitForData(); status != ReadStatus::Done)
+            return status;
+    }
 }
 
 // Empties the queue and sends the thread to `offset`.
@@ -202,29 +189,22 @@ ReadStatus FileReader::Jump(int64_t offset, uint32_t size) {
         return RefuseBeyondEnd(offset, size);
     }
     fillPosition = offset;
-    bufferedEnd = offset;
+    if (bufferLock.Lock() >= 0) {
+        bufferedEnd = offset;
+        bufferLock.Unlock();
+    }
     DropAll();
-    SignalSpace();
-    if (ioLock.Unlock() < 0)
-        return ReadStatus::NotReady;
-    if (const ReadStatus status = WaitForData(); status != ReadStatus::Done)
-        return status;
-    return LookAtHead();
+    return ioLock.Unlock() < 0 ? ReadStatus::NotReady : ReadStatus::Done;
 }
 
-ReadStatus FileReader::Serve(uint8_t* destination, int64_t offset, uint32_t size) {
-    if (const ReadStatus status = TakeIoLock(); status != ReadStatus::Done)
-        return status;
-    return CopyOut(destination, offset, size);
-}
-
-// Copies from the head block and those behind it, dropping every block that the request reaches past. ioLock is held on
-// entry and released on every way out; while it waits for the thread's next block it is not held.
+// Copies from the head block and those behind it, dropping every block that the request reaches past. bufferLock is held
+// on entry and released on every way out; while it waits for the thread's next block it is not held.
 ReadStatus FileReader::CopyOut(uint8_t* destination, int64_t offset, uint32_t size) {
     const int64_t requestEnd = offset + size;
     uint32_t copied = 0;
-    int64_t skip = blocks ? offset - blocks->offset : -1;
-    while (blocks && skip >= 0 && requestEnd > blocks->offset + blocks->length) {
+    int64_t skip = offset - blocks->offset;
+    bool dropped = false, adjoins = true;
+    while (adjoins && requestEnd > blocks->offset + blocks->length) {
         if (const int64_t usable = blocks->length - skip; usable > 0) {
             std::memcpy(destination + copied, blocks->data + skip, static_cast<size_t>(usable));
             copied += static_cast<uint32_t>(usable);
@@ -233,42 +213,41 @@ ReadStatus FileReader::CopyOut(uint8_t* destination, int64_t offset, uint32_t si
             skip -= blocks->length;  // the block lies wholly before the request
         }
         const int64_t expected = blocks->offset + blocks->length;
-        const bool dropped = DropHead();
-        if (ioLock.Unlock() < 0 || !dropped)
-            return ReadStatus::NotReady;
-        if (const ReadStatus status = WaitForData(); status != ReadStatus::Done)
-            return status;
-        if (const ReadStatus status = TakeIoLock(); status != ReadStatus::Done)
-            return status;
-        if (!blocks || blocks->offset != expected)  // flushed and refilled meanwhile
-            skip = -1;
-        else
-            bufferedStart = blocks->offset;
+        DropHead();
+        dropped = true;
+        if (!blocks) {
+            bufferLock.Unlock();
+            SignalSpace();
+            if (const ReadStatus status = TakeQueue(); status != ReadStatus::Done)
+                return status;
+        }
+        adjoins = blocks->offset == expected;  // unless the queue was flushed and refilled meanwhile
     }
-    const bool inside = blocks && skip >= 0 && skip <= kBlockSize;
-    if (inside)
+    if (adjoins)
         std::memcpy(destination + copied, blocks->data + skip, size - copied);
-    return ioLock.Unlock() < 0 || !inside ? ReadStatus::NotReady : ReadStatus::Done;
+    bufferLock.Unlock();
+    if (dropped)
+        SignalSpace();
+    return adjoins ? ReadStatus::Done : ReadStatus::NotReady;
 }
 
-// Gives the oldest block back to the pool; ioLock is held, or the thread is gone. @return false when it stays queued
-bool FileReader::DropHead() {
-    if (bufferLock.Lock() < 0)
-        return false;
+// Gives the oldest block back to the pool; bufferLock is held. SignalSpace follows once it is not.
+void FileReader::DropHead() {
     FileBlock* block = blocks;
-    queueLock.Lock();
     blocks = block->next;
     --blockCount;
-    queueLock.Unlock();
     pool.Free(block->position);
+}
+
+// @return false when there is no lock and thus no queue
+bool FileReader::DropAll() {
+    if (bufferLock.Lock() < 0)
+        return false;
+    while (blocks)
+        DropHead();
     bufferLock.Unlock();
     SignalSpace();
     return true;
-}
-
-void FileReader::DropAll() {
-    while (blocks && DropHead()) {
-    }
 }
 
 void FileReader::SignalSpace() {
@@ -282,10 +261,12 @@ void FileReader::Flush() {
     if (flushed.exchange(1))
         return;
     progress.Notify();
-    if (ioLock.Lock() < 0)
+    ++ioWaiters;
+    const bool locked = ioLock.Lock() >= 0;
+    --ioWaiters;
+    if (!locked)
         return;
     DropAll();
-    SignalSpace();
     ioLock.Unlock();
 }
 
@@ -298,8 +279,8 @@ void FileReader::Stop() {
     while (blockCount > 0) {
         if (ioLock.Lock() < 0)
             break;
-        const bool dropped = blocks && DropHead();
-        if (ioLock.Unlock() < 0 || !dropped)
+        const bool emptied = DropAll();
+        if (ioLock.Unlock() < 0 || !emptied)
             break;
     }
     SignalSpace();
@@ -320,7 +301,6 @@ void FileReader::Teardown() {
         DeleteBufferObjects();
     }
     ModuleFree(bufferMemory);
-    queueLock.Delete();
     ModuleDelete(this);
 }
 

@@ -27,9 +27,9 @@ struct FileBlock {
 /// fill the next one. A read outside the queued range empties the queue and sends the thread there. Reads of 64 KiB and
 /// more, and all reads while flushed, go straight to the player.
 ///
-/// Locks, in this order: ioLock, bufferLock, queueLock. A read inside the oldest block takes queueLock alone, so that it
-/// does not wait for a fill. spaceMutex is held only around one signal or one wait, never
-/// together with bufferLock or queueLock; the thread never waits on spaceSignal while it holds ioLock.
+/// Locks, in this order: ioLock, bufferLock. A read of bytes that are queued takes bufferLock alone, so that it does not
+/// wait for the fill of a later block. spaceMutex is held only around one signal or one wait, never together with
+/// bufferLock; the thread never waits on spaceSignal while it holds ioLock.
 /// Read, Flush and ResumeBuffering may run on different threads at once; Open, Stop and Teardown may not.
 class FileReader {
 public:
@@ -37,7 +37,7 @@ public:
     static constexpr uint32_t kBufferSize = 0x30000;
     static constexpr uint32_t kBlocks = kBufferSize / kBlockSize;
 
-    explicit FileReader(int32_t level);
+    explicit FileReader(int32_t level) : logLevel(level) {}
 
     /// Opens the file through the player and starts the thread. @return Done, or NotReady when either failed; what was
     /// begun is undone by Stop and Teardown
@@ -81,30 +81,26 @@ private:
     ReadStatus RefuseBeyondEnd(int64_t offset, uint32_t size) const;
     ReadStatus ReadRaw(void* destination, int64_t offset, uint32_t size, uint32_t& delivered);
     ReadStatus ReadBuffered(uint8_t* destination, int64_t offset, uint32_t size);
-    bool ReadInsideHead(uint8_t* destination, int64_t offset, uint32_t size);
     ReadStatus Jump(int64_t offset, uint32_t size);
-    ReadStatus Serve(uint8_t* destination, int64_t offset, uint32_t size);
     ReadStatus CopyOut(uint8_t* destination, int64_t offset, uint32_t size);
     ReadStatus WaitForStart();
     ReadStatus WaitForData();
     ReadStatus TakeIoLock();
-    ReadStatus LookAtHead();
-    bool DropHead();
-    void DropAll();
+    ReadStatus TakeQueue();
+    void DropHead();
+    bool DropAll();
     void SignalSpace();
     void DeleteBufferObjects();
 
-    FileBlock* blocks = nullptr;            // oldest first; changed under ioLock and queueLock, read under either
-    std::atomic<int32_t> blockCount{0};     // written under queueLock
-    platform::LightMutex queueLock;
+    FileBlock* blocks = nullptr;            // oldest first; guarded by bufferLock
+    std::atomic<int32_t> blockCount{0};     // written under bufferLock
+    int64_t bufferedEnd = 0;                // behind the newest block, or where a jump went; guarded by bufferLock
+    platform::LightMutex bufferLock;        // all use of the queue
     std::atomic<uint32_t> closing{0};       // set by the teardown: no new block
     platform::BlockPool pool{};             // over bufferMemory
-    platform::LightMutex bufferLock;        // held while a block enters or leaves the queue
     std::atomic<int32_t> spaceSignal{platform::kNoId};  // the thread waits on it for room in the pool
     std::atomic<int32_t> spaceMutex{platform::kNoId};
-    std::atomic<int64_t> fillPosition{0};   // what the thread reads next; changed under ioLock
-    std::atomic<int64_t> bufferedStart{0};  // of the oldest block, as Read last saw it
-    std::atomic<int64_t> bufferedEnd{0};    // behind the newest block
+    int64_t fillPosition = 0;               // what the thread reads next; guarded by ioLock
     std::atomic<int64_t> fileSize{0};       // as the thread learnt it; 0 until then
     std::atomic<int64_t> announcedSize{0};  // last positive answer to anybody: bounds reads until the thread knows
     uint8_t* bufferMemory = nullptr;        // owned; kBufferSize bytes
@@ -114,7 +110,8 @@ private:
     std::atomic<uint32_t> flushed{0};       // trick mode
     std::atomic<uint32_t> readFailed{0};    // a fill came back with another count than asked; stays
     platform::Event progress;               // the thread has started, ended, queued a block or failed; or reads must end
-    platform::LightMutex ioLock;            // one call to the player's read at a time, and all use of the queue
+    platform::LightMutex ioLock;            // one call to the player's read at a time
+    std::atomic<uint32_t> ioWaiters{0};     // who wants ioLock besides the thread: they go first
     int32_t thread = platform::kNoId;
     const FileInterface* fileInterface = nullptr;  // the player's
     bool fileOpened = false;                // the player's close is due

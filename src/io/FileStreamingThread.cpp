@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "io/FileReader.h"
+#include "platform/Spin.h"
 #include "platform/Thread.h"
 #include "support/Log.h"
 
@@ -52,8 +53,6 @@ bool FileReader::SetUp() {
                  kShownSize, address);
         return false;
     }
-    bufferedStart = 0;
-    bufferedEnd = 0;
     if (!stopRequested)
         running.exchange(1);
     if (stopRequested)  // the request came between the test and the exchange
@@ -114,8 +113,11 @@ int32_t FileReader::TakeBlock() {
     return position;
 }
 
-// Whoever changes one of the tested conditions signals afterwards with spaceMutex held, so no wake-up gets lost.
+// The player mostly takes a block in less time than a sleep and a wake-up need. Then comes the sleep:
+// whoever changes one of the tested conditions signals afterwards with spaceMutex held, so no wake-up gets lost.
 void FileReader::WaitForSpace() {
+    if (platform::SpinUntil([this] { return pool.HasRoom() || !KeepGoing() || closing; }))
+        return;
     if (platform::MutexLock(spaceMutex) < 0) {
         platform::DelayMicroseconds(kIdleDelay);
         return;
@@ -127,6 +129,7 @@ void FileReader::WaitForSpace() {
 
 // Reads the stretch at `fillPosition` into the block and queues it. @return false when the thread is to end
 bool FileReader::Fill(int32_t position) {
+    platform::SpinUntil([this] { return ioWaiters == 0; });  // a jump makes this fill needless
     if (ioLock.Lock() < 0) {
         pool.Free(position);
         return false;
@@ -142,9 +145,8 @@ bool FileReader::Fill(int32_t position) {
     const uint32_t count = size ? AskForFill(block, size) : 0;
     if (count == size) {
         block.length = static_cast<int32_t>(count);
-        Append(block);
         fillPosition += count;
-        bufferedEnd = fillPosition.load();
+        Append(block);
         if (fillPosition == fileSize)
             fillPosition = 0;  // goes on from the beginning, as far as the pool has room
     } else {
@@ -154,7 +156,7 @@ bool FileReader::Fill(int32_t position) {
         pool.Free(position);
     }
     const bool unlocked = ioLock.Unlock() >= 0;
-    progress.Notify();  // only now: whoever waited takes ioLock next
+    progress.Notify();
     return unlocked;
 }
 
@@ -171,14 +173,13 @@ uint32_t FileReader::AskForFill(const FileBlock& block, uint32_t size) {
 
 void FileReader::Append(FileBlock& block) {
     bufferLock.Lock();
-    queueLock.Lock();
     block.next = nullptr;
     FileBlock** link = &blocks;
     while (*link)
         link = &(*link)->next;
     *link = &block;
     ++blockCount;
-    queueLock.Unlock();
+    bufferedEnd = fillPosition;
     bufferLock.Unlock();
 }
 

@@ -1,14 +1,9 @@
 // Change counter over the kernel's futex.
 #include "platform/Event.h"
 
-#include "platform/Futex.h"
+#include "platform/Spin.h"
 
 namespace kivmp4::platform {
-namespace {
-
-constexpr int kSpins = 400;  // some microseconds: about as long as a block takes that is in the host's cache
-
-}  // namespace
 
 void Event::Notify() {
     changes.fetch_add(1);
@@ -17,12 +12,12 @@ void Event::Notify() {
 }
 
 void Event::Wait(uint32_t seen, uint32_t microseconds) {
-    for (int spin = 0; spin < kSpins; ++spin) {
-        if (Changes() != seen)
-            return;
-        SpinPause();
-    }
-    const timespec limit = {static_cast<time_t>(microseconds / 1000000), static_cast<long>(microseconds % 1000000) * 1000};
+    if (SpinUntil([&] { return Changes() != seen; }))
+        return;
+    const int64_t left = int64_t{microseconds} * 1000 - kSpinNanoseconds;  // what the spin may have taken
+    if (left <= 0)
+        return;
+    const timespec limit = {static_cast<time_t>(left / 1000000000), static_cast<long>(left % 1000000000)};
     waiters.fetch_add(1);
     if (changes.load() == seen)
         FutexWait(changes, seen, &limit);

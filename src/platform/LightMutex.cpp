@@ -1,17 +1,9 @@
 // Lightweight mutex over the kernel's futex: no system call unless two threads meet.
 #include "platform/LightMutex.h"
 
-#include "platform/Futex.h"
+#include "platform/Spin.h"
 
 namespace kivmp4::platform {
-namespace {
-
-constexpr uint32_t kFree = 0, kHeld = 1, kContended = 2;
-constexpr uint32_t kCreated = 0x4B4D5458;
-constexpr int kSpins = 400;  // a lock here is mostly held for less than a system call takes
-
-}  // namespace
-
 int32_t LightMutex::Create(const char* label) {
     name = label;
     state.store(kFree, std::memory_order_relaxed);
@@ -19,29 +11,19 @@ int32_t LightMutex::Create(const char* label) {
     return 0;
 }
 
-int32_t LightMutex::Lock() {
-    if (created.load(std::memory_order_acquire) != kCreated)
-        return -1;
-    for (int spin = 0; spin < kSpins; ++spin) {
+void LightMutex::LockContended() {
+    const auto taken = [this] {
         uint32_t expected = kFree;
-        if (state.compare_exchange_weak(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed))
-            return 0;
-        if (expected == kContended)
-            break;
-        SpinPause();
-    }
+        return state.load(std::memory_order_relaxed) == kFree &&
+               state.compare_exchange_weak(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed);
+    };
+    if (SpinUntil(taken))  // a lock here is mostly held for less than a system call takes
+        return;
     while (state.exchange(kContended, std::memory_order_acquire) != kFree)
         FutexWait(state, kContended, nullptr);
-    return 0;
 }
 
-int32_t LightMutex::Unlock() {
-    if (created.load(std::memory_order_relaxed) != kCreated)
-        return -1;
-    if (state.exchange(kFree, std::memory_order_release) == kContended)
-        FutexWake(state, 1);
-    return 0;
-}
+void LightMutex::WakeOne() { FutexWake(state, 1); }
 
 int32_t LightMutex::Delete() {
     if (created.exchange(0, std::memory_order_acq_rel) != kCreated)

@@ -13,12 +13,31 @@ public:
     /// @param name  kept by pointer, for whoever looks at the lock in a debugger
     /// @return negative on failure, as for all operations here
     int32_t Create(const char* name);
-    int32_t Lock();
-    int32_t Unlock();
+    int32_t Lock() {
+        if (created.load(std::memory_order_acquire) != kCreated)
+            return -1;
+        uint32_t expected = kFree;
+        if (!state.compare_exchange_strong(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed))
+            LockContended();
+        return 0;
+    }
+    int32_t Unlock() {
+        if (created.load(std::memory_order_relaxed) != kCreated)
+            return -1;
+        if (state.exchange(kFree, std::memory_order_release) == kContended)
+            WakeOne();
+        return 0;
+    }
     int32_t Delete();
 
 private:
-    std::atomic<uint32_t> state{0};  // 0 free, 1 held, 2 held and somebody sleeps on it
+    static constexpr uint32_t kFree = 0, kHeld = 1, kContended = 2;
+    static constexpr uint32_t kCreated = 0x4B4D5458;
+
+    void LockContended();
+    void WakeOne();
+
+    std::atomic<uint32_t> state{kFree};  // kContended: held, and somebody may sleep on it
     std::atomic<uint32_t> created{0};
     const char* name = nullptr;
     [[maybe_unused]] unsigned char rest[32 - 2 * sizeof(uint32_t) - sizeof(char*)] = {};
