@@ -19,16 +19,22 @@ public:
     /// @param samplesOf  how many samples an entry stands for, by its index; called for each entry once
     template <typename SamplesOf>
     uint32_t StartFor(int32_t sample, uint32_t entries, int32_t& firstSample, SamplesOf samplesOf) {
-        if (!tried)
-            Make(entries, samplesOf);
         firstSample = 0;
-        if (!marks)
+        if (!Exist(entries, samplesOf))
             return 0;
         const uint32_t behind = static_cast<uint32_t>(std::upper_bound(marks, marks + count, sample) - marks);
         if (behind == 0)
             return 0;
         firstSample = marks[behind - 1];
         return (behind - 1) * kStep;
+    }
+
+    /// Makes the marks if that was not tried yet. @return whether there are any
+    template <typename SamplesOf>
+    bool Exist(uint32_t entries, SamplesOf samplesOf) {
+        if (!tried)
+            Make(entries, samplesOf);
+        return marks != nullptr;
     }
 
 private:

@@ -4,6 +4,22 @@
 #include "support/Wrap.h"
 
 namespace kivmp4 {
+namespace {
+
+// Entries before the one with which sample numbers would pass 2^31 - 1. So the numbers ascend from entry to entry, and a
+// search through one table that looks into the other with each step takes a walk along both, not one walk for each step.
+uint32_t AscendingEntries(const ByteView& table) {
+    const uint32_t entries = TableEntries(table, 8);
+    uint64_t samples = 0;
+    for (uint32_t entry = 0; entry < entries; ++entry) {
+        samples += ReadBE32(table.data + kTableHeader + size_t{8} * entry);
+        if (samples > INT32_MAX)
+            return entry;
+    }
+    return entries;
+}
+
+}  // namespace
 
 bool TimeStamps::Parse(uint32_t mediaTimescale, int64_t delay, Mp4Box& stbl) {
     timescale = mediaTimescale;
@@ -11,13 +27,13 @@ bool TimeStamps::Parse(uint32_t mediaTimescale, int64_t delay, Mp4Box& stbl) {
     scale = timescale ? 90000.0f / static_cast<float>(timescale) : 0.0f;
     if (!sttsTable.Acquire(stbl.FindChild(FourCc("stts"))) || sttsTable->size < kTableHeader)
         return false;
-    sttsCount = TableEntries(*sttsTable, 8);
+    sttsCount = AscendingEntries(*sttsTable);
     Mp4Box* ctts = stbl.FindChild(FourCc("ctts"));
     if (!ctts)
         return true;
     if (!cttsTable.Acquire(ctts) || cttsTable->size < kTableHeader)
         return false;
-    cttsCount = TableEntries(*cttsTable, 8);
+    cttsCount = AscendingEntries(*cttsTable);
     return true;
 }
 
@@ -75,7 +91,10 @@ int32_t TimeStamps::CompositionUnits(int32_t sample) {
         return 0;
     if (sample < ctsFirstSample) {
         const auto samplesOf = [this](uint32_t entry) { return int64_t{ReadBE32(CttsEntry(entry))}; };
-        ctsEntry = ctsMarks.StartFor(sample, cttsCount, ctsFirstSample, samplesOf);
+        if (ctsMarks.Exist(cttsCount, samplesOf))
+            ctsEntry = ctsMarks.StartFor(sample, cttsCount, ctsFirstSample, samplesOf);
+        for (; sample < ctsFirstSample && ctsEntry > 0; --ctsEntry)
+            ctsFirstSample = WrapSubtract32(ctsFirstSample, ReadBE32(CttsEntry(ctsEntry - 1)));
     }
     while (ctsEntry < cttsCount) {
         const uint8_t* entry = CttsEntry(ctsEntry);

@@ -79,12 +79,12 @@ bool Track::FindSyncPair(uint32_t sample, bool behindIncluded, uint32_t& before,
 }
 
 // @return the nearer of the sync samples around the candidate, the later one when both are as near; the candidate
-// itself at or behind the last one
+// itself at or behind the last one. A sync sample that the track does not have is no place to go to
 uint32_t Track::SnapToSync(uint32_t candidate) const {
     uint32_t before = 0, behind = 0;
     if (!FindSyncPair(candidate, false, before, behind))
         return candidate;
-    return candidate - before < behind - candidate ? before : behind;
+    return behind >= sampleCount || candidate - before < behind - candidate ? before : behind;
 }
 
 bool Track::GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime) {

@@ -179,7 +179,7 @@ TEST(Navigation, MovesAllTracks) {
     enum { kNext, kBack, kJump };
     const int64_t most = std::numeric_limits<int64_t>::max();
     const Bytes keys = Words("stss", {3, 1, 31, 61}), unordered = Words("stss", {3, 61, 1, 31});
-    const Bytes one = Words("stss", {1, 1}), all;
+    const Bytes one = Words("stss", {1, 1}), beyond = Words("stss", {2, 1, 96}), all;
     const std::string noNext = "W/ GetNextSyncUnit [993]:  Unable to get next Sync Sample \n";
     const std::string noBack = "W/ GetPrevSyncUnit [943]:  Unable to get previous Sync Sample  \n";
     const std::string nextless = "E/ GetNextSyncUnit [984]:  Couldn't get Video track \n";
@@ -226,6 +226,7 @@ TEST(Navigation, MovesAllTracks) {
         {"the last sample",            keys,      -1, 50, kJump, 267000, -2, 50, 0, nowhere},
         {"far behind",                 keys,      -1, 50, kJump, most, -2, 50, 0, nowhere},
         {"before the start",           keys,      -1, 50, kJump, -1, -2, 50, 0, nowhere},
+        {"a key frame behind the end", beyond,    -1, 50, kJump, 255000, 0, 0, 0, reset},
         {"jump without a table",       all,       -1, 10, kJump, 90000, -2, 10, 0, "E/ GetJumpSampleIndex [763]:  Cannot start \n"},
         {"with the video at its end",  keys,      -1, 90, kJump, 0, -2, -1, 0, "E/ JumpPTS [825]: Video Track has reached EOS\n"},
         {"led by audio",               keys,      0,  5,  kJump, 90000, 0, 29, 46, audioLeads},  // 88320 is in picture 29
