@@ -16,9 +16,10 @@ namespace {
 struct Walks {
     std::mt19937 random;
     uint32_t most, odds;  // entries of a table; one number in `odds` is forged, then the arrays cannot be had
-    Numbers stts, ctts, stsc, sizes, chunks, stss;
+    Numbers stts, ctts, stsc, sizes, chunks, syncs;
     std::vector<int32_t> timeFirst = {0}, shiftFirst = {0}, runFirst = {0};
-    std::vector<int64_t> timeStart = {0}, decodeTimes, times;
+    std::vector<int64_t> timeStart = {0};
+    std::vector<uint64_t> decodeTimes, times;
     size_t time = 0, shift = 0, run = 0;
     uint32_t timescale;
     float scale;
@@ -29,7 +30,7 @@ struct Walks {
     explicit Walks(uint32_t seed) : random(seed), most(seed % 16 ? 8 : 2500), odds(seed % 3 ? ~0u : most) {
         timescale = Pick({0, 1, 600, 24000, 44100, 90000, 90000, Below(~0u)});
         scale = timescale ? 90000.0f / static_cast<float>(timescale) : 0;
-        const uint32_t odd = seed % 4 ? 3000 : Below(~0u), ordered = Below(3);
+        const uint32_t odd = seed % 5 ? 3000 : Below(~0u), ordered = Below(3);
         uint32_t chunk = 1, sync = Below(2);
         for (uint32_t left = Below(most); left > 0; --left)
             stts.insert(stts.end(), {Wild(Pick({0, 1, 1, 2, 10})), Pick({0, 1, 512, 3000, 3000, odd})});
@@ -39,8 +40,8 @@ struct Walks {
             stsc.insert(stsc.end(), {Wild(chunk), Wild(Below(4)), 1});
         std::generate_n(std::back_inserter(chunks), Below(2 * chunk), random);
         std::generate_n(std::back_inserter(sizes), Below(4 * most), [&] { return Wild(Below(100)); });
-        std::generate_n(std::back_inserter(stss), Below(most) + 1,
-                        [&] { return ordered ? sync += Below(12) : Wild(Below(60)); });
+        std::generate_n(std::back_inserter(syncs), Below(most) + 1,
+                        [&] { return ordered ? sync += Below(12) : Wild(Below(60)) - 1; });
 
         for (size_t i = 3; i < stsc.size(); i += 3)
             runFirst.push_back(WrapAdd32(runFirst.back(), (stsc[i] - stsc[i - 3]) * stsc[i - 2]));
@@ -50,15 +51,14 @@ struct Walks {
             timeFirst.push_back(WrapAdd32(timeFirst.back(), stts[i]));
             timeStart.push_back(timeStart.back() + WrapMultiply32(stts[i], stts[i + 1]));
             for (uint32_t k = 0; odds == ~0u && k < stts[i]; ++k, now += stts[i + 1])
-                decodeTimes.push_back(DivideOrZero(now * 90000, timescale));
+                decodeTimes.push_back(static_cast<uint64_t>(DivideOrZero(now * 90000, timescale)));
         }
         times = decodeTimes;
+        times.resize(10 * most);
         for (size_t i = 0, sample = 0; i < ctts.size(); i += 2) {
             shiftFirst.push_back(WrapAdd32(shiftFirst.back(), ctts[i]));
-            for (uint32_t k = 0; odds == ~0u && k < ctts[i]; ++k, ++sample) {
-                times.resize(std::max(times.size(), sample + 1));
-                times[sample] += DivideOrZero(WrapMultiply32(90000, ctts[i + 1]), timescale);
-            }
+            for (uint32_t k = 0; odds == ~0u && k < ctts[i]; ++k)
+                times[sample++] += static_cast<uint64_t>(DivideOrZero(WrapMultiply32(90000, ctts[i + 1]), timescale));
         }
     }
 
@@ -78,8 +78,8 @@ struct Walks {
     }
     int64_t GetPrevSyncSample(int32_t sample) const {
         uint32_t found = 0;
-        for (size_t i = 0; i < stss.size() && stss[i] - 1 <= static_cast<uint32_t>(sample); ++i)
-            found = stss[i] - 1;
+        for (size_t i = 0; i < syncs.size() && syncs[i] <= static_cast<uint32_t>(sample); ++i)
+            found = syncs[i];
         return static_cast<int32_t>(found);
     }
     static bool Forward(const std::vector<int32_t>& first, size_t& entry, int32_t sample) {
@@ -117,36 +117,32 @@ struct Walks {
         }
         return -1;
     }
-    /// @return the entry that ends the first pair around the sample; 0 when there is none
-    size_t SyncPair(uint32_t sample, bool next) const {
-        size_t i = 1;
-        while (i < stss.size() && (next ? stss[i - 1] - 1 > sample || sample >= stss[i] - 1
-                                        : stss[i - 1] - 1 >= sample || sample > stss[i] - 1))
-            ++i;
-        return i < stss.size() ? i : 0;
+    auto SyncPair(uint32_t sample, bool next) const {
+        return std::adjacent_find(syncs.begin(), syncs.end(), [=](uint32_t before, uint32_t behind) {
+            return next ? before <= sample && sample < behind : before < sample && sample <= behind;
+        });
     }
-    int64_t TimeOf(uint32_t sample) const { return sample < times.size() ? times[sample] : 0; }
+    int64_t TimeOf(uint32_t sample) const { return sample < times.size() ? static_cast<int64_t>(times[sample]) : 0; }
     bool GetJumpSampleIndex(int64_t ticks, int32_t& index, int64_t& jumpTime) const {
-        const auto at = [&](uint32_t sample) { return static_cast<uint64_t>(times[sample]); };
-        const uint64_t asked = static_cast<uint64_t>(ticks), second = static_cast<uint64_t>(decodeTimes[1]);
-        uint32_t next = 1;
-        while (asked >= second && next < decodeTimes.size() && (at(next - 1) > asked || asked >= at(next)))
-            ++next;
-        if (next == decodeTimes.size())
+        const auto asked = static_cast<uint64_t>(ticks);
+        const auto around = [=](uint64_t before, uint64_t behind) { return before <= asked && asked < behind; };
+        const auto first = times.begin(), end = first + std::ssize(decodeTimes);
+        const auto found = asked < decodeTimes[1] ? first : std::adjacent_find(first, end, around);
+        if (found == end)
             return false;
-        uint32_t jump = next - 1;
-        if (const size_t pair = SyncPair(jump, true); jump > 0 && pair > 0)
-            jump = stss[pair - (jump - (stss[pair - 1] - 1) < stss[pair] - 1 - jump)] - 1;
+        uint32_t jump = static_cast<uint32_t>(found - first);
+        if (const auto pair = SyncPair(jump, true); found != first && pair != syncs.end())
+            jump = jump - pair[0] < pair[1] - jump ? pair[0] : pair[1];
         index = static_cast<int32_t>(jump);
-        jumpTime = next > 1 ? TimeOf(jump) : 0;
+        jumpTime = found != first ? TimeOf(jump) : 0;
         return true;
     }
     bool GetSyncSampleIndex(bool next, int32_t sample, int32_t& index, int64_t& syncTime) const {
-        const size_t pair = SyncPair(static_cast<uint32_t>(sample), next);
-        const uint32_t found = stss[pair > 0 ? pair - !next : next ? stss.size() - 1 : 0] - 1;
+        const auto pair = SyncPair(static_cast<uint32_t>(sample), next);
+        const uint32_t found = pair != syncs.end() ? pair[next] : next ? syncs.back() : syncs.front();
         index = static_cast<int32_t>(found);
         syncTime = TimeOf(found);
-        return pair > 0 || !next;
+        return pair != syncs.end() || !next;
     }
 };
 
@@ -169,12 +165,15 @@ TEST(Track, AnswersAsPlainWalksDo) {
     };
     for (uint32_t seed = 0; seed < 3000; ++seed) {
         Walks walks(seed);
+        Numbers stss = walks.syncs;
+        for (uint32_t& sync : stss)
+            ++sync;
         Track video = VideoTrack(0);
         video.timescale = walks.timescale;
         video.replace = {{"edts", Box("edts", Words("elst", {2, 100, ~0u, 1, 1000, 0, 1}))},  // a delay of 9000 ticks
                          {"stts", table("stts", walks.stts, 2)}, {"ctts", table("ctts", walks.ctts, 2)},
                          {"stsc", table("stsc", walks.stsc, 3)}, {"stco", table("stco", walks.chunks, 1)},
-                         {"stsz", table("stsz", walks.sizes, 1)}, {"stss", table("stss", walks.stss, 1)}};
+                         {"stsz", table("stsz", walks.sizes, 1)}, {"stss", table("stss", stss, 1)}};
         BoxTree tree(Mp4Builder::Build({.tracks = {video}}), size_t{1} << 20);
         const ClientAllocator* memory = tree.memory.Interface();
         FileMovie movie(ModuleNew<Mp4Box>(memory, &tree.source, int64_t{0}, tree.source.GetSize(), 0u, 0u), memory, 0);
@@ -190,9 +189,9 @@ TEST(Track, AnswersAsPlainWalksDo) {
             if (walks.Below(4) == 0)
                 ticks = int64_t{static_cast<int32_t>(walks.random())} << walks.Below(30) >> walks.Below(30);
             ASSERT_EQ(Ask(*movie.GetTrack(0), question, asked, ticks), Ask(walks, question, asked, ticks))
-                << "seed " << seed << ", ask " << count << ", question " << question << ": sample " << asked << ", time "
-                << ticks << "; timescale " << walks.timescale << "; stts, ctts, stsc, sizes, stss "
-                << testing::PrintToString(std::array{walks.stts, walks.ctts, walks.stsc, walks.sizes, walks.stss});
+                << "seed " << seed << ", ask " << count << ": question " << question << ", sample " << asked
+                << ", time " << ticks << "; timescale " << walks.timescale << "; stts, ctts, stsc, sizes, stss "
+                << testing::PrintToString(std::array{walks.stts, walks.ctts, walks.stsc, walks.sizes, stss});
         }
     }
 }
