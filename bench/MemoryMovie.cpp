@@ -65,7 +65,8 @@ Bytes AudioEntry() {
     return Box("mp4a", {fields, Box("esds", {Words({0}), descriptors})});
 }
 
-// Sizes that differ, with room for a NAL length and header.
+// Sizes that differ, with room for a NAL length and header; twelve bytes on average.
+constexpr uint32_t kMeanSize = 12;
 uint32_t SizeOf(uint32_t sample) { return 8 + sample * 7 % 9; }
 
 struct TrackTables {
@@ -110,7 +111,10 @@ MemoryMovie::MemoryMovie(const Shape& shape, uint32_t samples) {
     const uint32_t perChunk = shape.samplesPerChunk ? shape.samplesPerChunk : count;
     sampleCount = count * shape.tracks;
     std::vector<TrackTables> tracks(shape.tracks);
+    for (TrackTables& track : tracks)
+        track.sizes.reserve(count);
     Bytes media;
+    media.reserve(size_t{sampleCount} * kMeanSize);
     for (uint32_t first = 0; first < count; first += perChunk) {
         for (TrackTables& track : tracks) {
             track.offsets.push_back(static_cast<uint32_t>(media.size()));
