@@ -47,7 +47,7 @@ public:
     }
     void ExpectBytes(int64_t offset, uint32_t size) {
         ASSERT_EQ(Read(offset, size), ReadStatus::Done) << offset << ' ' << size;
-        ASSERT_TRUE(std::equal(got.begin(), got.end(), file.bytes.begin() + offset)) << offset << ' ' << size;
+        ASSERT_TRUE(std::equal(got.begin(), got.end(), file.bytes.data() + offset)) << offset << ' ' << size;
     }
 
     MemoryFile file;

@@ -13,7 +13,8 @@
 namespace kivmp4::test {
 
 struct Packet {
-    int64_t pts, dts, duration, size, position;
+    int64_t pts, dts, duration;
+    std::ptrdiff_t size, position;
     bool isKey;
 };
 struct Stream {

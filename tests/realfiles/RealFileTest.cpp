@@ -20,8 +20,9 @@ Pictures Decode(const std::string& inputs) {
     for (std::string line; std::getline(lines, line);) {
         if (line[0] == '#')
             continue;
-        pictures.resize(std::max(pictures.size(), std::stoul(line) + 1));
-        pictures[std::stoul(line)].push_back(line.substr(line.rfind(' ')));
+        const size_t stream = std::stoul(line);
+        pictures.resize(std::max(pictures.size(), stream + 1));
+        pictures[stream].push_back(line.substr(line.rfind(' ')));
     }
     return pictures;
 }
@@ -204,7 +205,7 @@ TEST_F(RealFileNavigation, SeeksLikeAnIndependentSearch) {
             const auto first = std::find_if(whole.begin(), whole.end(), [](const Unit& unit) { return unit.isVideo; });
             const std::string files = SaveFile("seek", Join({first->bytes, rest}));
             const Pictures pictures = Decode("-f h264 -i " + SaveFile("all", all) + " -f h264 -i " + files + " -map 0 -map 1");
-            std::vector<std::string> tail(pictures[0].begin() + target, pictures[0].end());
+            std::vector<std::string> tail(pictures[0].begin() + static_cast<std::ptrdiff_t>(target), pictures[0].end());
             tail.insert(tail.begin(), pictures[0][0]);
             EXPECT_EQ(pictures[1], tail);
         }
