@@ -10,8 +10,8 @@ TEST(Opening, AsksForTheSize561Times) {
     for (const Case& c : cases) {  // the answer to the last ask comes too late
         SCOPED_TRACE(c.answer);
         Session session({.tracks = {VideoTrack()}});
-        session.file.unknownSize = c.answer;
-        session.file.unknownAsks = c.unknown;
+        session.file.firstSize = c.answer;
+        session.file.firstAsks = c.unknown;
         session.logLevel = 4;
         LogCapture log;
         EXPECT_EQ(session.Open(), c.result);

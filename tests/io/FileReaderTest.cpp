@@ -132,7 +132,7 @@ TEST(FileReader, AFailedFillEndsAllReads) {
         LogCapture log;
         Streaming s(Pattern(8 * kBlock), 4);
         s.file.fault = MemoryFile::Fault::Over;
-        s.file.faultCall = call;
+        s.file.failing.first = call;
         s.Open();
         int64_t position = 0;
         while (s.Read(position, 60000) == ReadStatus::Done)
