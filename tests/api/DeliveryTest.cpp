@@ -88,6 +88,7 @@ TEST(Delivery, FormatsUnits) {
         {"layer header too short",  mp4v(Hex("00000120")), n5, none, n5},
         {"AAC as it is",            AudioEntry("mp4a", Esds(Hex("1190"))), n5, none, n5},
         {"waveform as it is",       AudioEntry("alaw", Esds(wave)), n5, none, n5},
+        {"larger than the heap",    avc(4), Prefixed(4, {Bytes(5 << 20)}), none, none},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -105,6 +106,29 @@ TEST(Delivery, FormatsUnits) {
             }
         }
     }
+}
+
+TEST(Delivery, GrowsThePayloadWithMarginAndKeepsWhatIsWritten) {
+    const std::vector<Bytes> many(16000, Nal(1));  // behind one-byte lengths: 2 bytes become 5
+    Movie movie{.tracks = {VideoTrack(), AudioTrack()}, .order = {0, 0, 0, 0}};
+    movie.tracks[0].entry = VideoEntry("avc1", Box("avcC", AvcC(1, {}, {})));
+    movie.tracks[0].samples = {Prefixed(1, many), Prefixed(1, {Nal(9)}), Prefixed(1, {Nal(9)}), Prefixed(1, many)};
+    movie.tracks[1].samples = {Nal(100), Nal(2148), Nal(2149), Nal(100)};
+    Session session(movie);
+    ASSERT_TRUE(session.Start());
+    AccessUnit units[3] = {};
+    for (const size_t i : {0, 1, 2, 1})  // first where it stands; then away from the block behind
+        ASSERT_EQ(KivMp4GetNextUnit(session.demux, &units[i]), 0);
+    for (const AccessUnit& unit : {units[0], units[1]})
+        EXPECT_TRUE(Bytes(unit.payload, unit.payload + unit.size) == Started(many));
+    for (const int32_t capacity : {2212, 2212, 4261}) {  // 64 bytes have to fit behind a unit; 2112 more when it grows
+        session.Deliver(1);
+        EXPECT_EQ(session.unit.capacity, capacity);
+    }
+    // A record that was never prepared: an object of the module, which must not be written to.
+    session.unit.payload = reinterpret_cast<uint8_t*>(session.demux);
+    session.unit.capacity = 10000;
+    EXPECT_EQ(session.Deliver(1).at(0).bytes, Nal(100));
 }
 
 TEST(Delivery, TellsTimes) {

@@ -1,4 +1,4 @@
-// Handles: how they come and go, null arguments, misbehaving players, missing memory, and two threads at one.
+// Handles: how they come and go, null arguments, and two threads at one.
 #include "support/Session.h"
 
 namespace kivmp4::test {
@@ -170,80 +170,6 @@ TEST(Handle, KeepsTheBytesWhileTrickModeSwitchesAndSeeks) {
     }
     stop = true;
     switching.join();
-}
-
-Movie SmallMovie() {
-    Movie movie{.tracks = {VideoTrack(10), AudioTrack(12)}};
-    movie.tracks[0].replace["stss"] = Words("stss", {3, 1, 4, 8});
-    return movie;
-}
-
-TEST(Handle, OutlivesAMisbehavingPlayer) {
-    using Fault = MemoryFile::Fault;
-    struct Case { const char* name; Fault fault; uint32_t count; bool harmless; };
-    const Case cases[] = {{"short", Fault::Short, 1, false}, {"more than asked", Fault::Over, 1, false},
-                          {"error", Fault::Error, 1, false}, {"empty for a while", Fault::Empty, 100, true}};
-    Movie movie = SmallMovie();
-    movie.tracks[0].samples[5] = Prefixed(4, {Nal(150000)});  // read past the buffer
-    const Bytes content = Mp4Builder::Build(movie);
-    Session honest(content);
-    ASSERT_TRUE(honest.Start());
-    const std::vector<Unit> expected = honest.Deliver();
-    honest.Close();
-    for (const Case& c : cases) {
-        for (uint32_t call = 0; call < 5; call++) {
-            SCOPED_TRACE(std::string(c.name) + " at call " + std::to_string(call));
-            Session session(content);
-            session.file.fault = c.fault;
-            session.file.faultCall = call;
-            session.file.faultCount = c.count;
-            EXPECT_TRUE(session.Start() || !c.harmless);
-            const std::vector<Unit> units = session.Deliver();
-            EXPECT_EQ(session.result, units.size() == expected.size() ? 1 : -1);
-            EXPECT_TRUE(session.result == 1 || !c.harmless);
-            for (size_t i = 0; i < units.size(); i++)
-                EXPECT_TRUE(units[i].bytes == expected[i].bytes) << i;
-            session.Exercise();
-        }
-    }
-    Session endless(content);
-    endless.file.fault = Fault::Empty;
-    ASSERT_TRUE(endless.Create());
-    while (endless.file.Reads().empty())
-        std::this_thread::yield();
-    endless.Close();  // returns
-}
-
-TEST(Handle, CopesWithAnyHeapBlock) {
-    const Bytes content = Mp4Builder::Build(SmallMovie());
-    int opened = 0;
-    for (size_t capacity = 0; capacity < 240000; capacity += capacity < 6000 || capacity > 196608 ? 167 : 50000) {
-        SCOPED_TRACE(capacity);
-        Session session(content, capacity, capacity % 8);
-        const bool open = session.Open() == 0;
-        EXPECT_TRUE(!open || capacity > 196608);  // the size of the read-ahead buffer
-        opened += open;
-        session.Exercise();
-    }
-    EXPECT_GT(opened, 10);
-}
-
-TEST(Handle, CopesWithoutThePlayersMemory) {
-    Movie movie = SmallMovie();
-    movie.tracks[0] = VideoTrack(300);  // tables above 1024 bytes
-    movie.tracks[0].replace["stss"] = FullBox("stss", Put().U32(300).Each(Numbers(300, 1), 4));
-    movie.tracks[0].replace["ctts"] = FullBox("ctts", Put().U32(300).Each(Numbers(600, 1), 4));
-    const Bytes content = Mp4Builder::Build(movie);
-    uint32_t calls = 1;
-    for (uint32_t n = 0; n < 2 * calls; n++) {
-        SCOPED_TRACE(n);
-        Session session(content);
-        session.memory.failCall = n / 2;
-        session.memory.failFrom = n % 2;
-        session.Exercise();
-        calls = std::max(calls, session.memory.Calls());
-    }
-    EXPECT_GT(calls, 5u);
 }
 
 }  // namespace

@@ -27,7 +27,6 @@ TEST(KeyMap, FindsTheSyncSampleAtOrBefore) {
         std::vector<std::pair<int32_t, int32_t>> answers;  // in this order
     };
     const Case cases[] = {
-        {"in order", Words("stss", {3, 1, 31, 61}), {{30, 30}, {45, 30}, {60, 60}, {99, 60}, {29, 0}, {30, 30}}},
         {"before the first", Words("stss", {2, 11, 31}), {{4, 0}, {10, 10}, {4, 0}}},
         {"stops at the first above", Words("stss", {3, 1, 61, 31}), {{45, 0}, {60, 30}, {45, 0}}},
         {"entry 0 counts as very late", Words("stss", {3, 1, 0, 31}), {{45, 0}}},

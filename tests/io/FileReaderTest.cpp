@@ -47,7 +47,7 @@ public:
     }
     void ExpectBytes(int64_t offset, uint32_t size) {
         ASSERT_EQ(Read(offset, size), ReadStatus::Done) << offset << ' ' << size;
-        ASSERT_TRUE(std::equal(got.begin(), got.end(), file.bytes.begin() + offset)) << offset << ' ' << size;
+        ASSERT_TRUE(std::equal(got.begin(), got.end(), file.bytes.data() + offset)) << offset << ' ' << size;
     }
 
     MemoryFile file;
@@ -132,7 +132,7 @@ TEST(FileReader, AFailedFillEndsAllReads) {
         LogCapture log;
         Streaming s(Pattern(8 * kBlock), 4);
         s.file.fault = MemoryFile::Fault::Over;
-        s.file.faultCall = call;
+        s.file.failing.first = call;
         s.Open();
         int64_t position = 0;
         while (s.Read(position, 60000) == ReadStatus::Done)

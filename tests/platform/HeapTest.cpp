@@ -93,20 +93,5 @@ TEST(Heap, IgnoresWhatIsNoLiveBlockOfIt) {
     EXPECT_EQ(std::count(second, second + 100, 0x5A), 100);
 }
 
-TEST(Heap, TellsBlocksOfAnEarlierHeapOverTheSameMemory) {
-    std::vector<uint8_t> memory(1 << 16);
-    Heap* before = Heap::Create(memory.data(), memory.size());
-    void* kept = before->Allocate(1000);
-    before->Delete();
-    Heap* now = Heap::Create(memory.data(), memory.size());
-    void* own = now->Allocate(40000);  // lies over what was kept
-    EXPECT_FALSE(now->Owns(kept, 1) && kept != own);
-    void* behind = now->Allocate(100);
-    before->Free(kept == own ? nullptr : kept);
-    EXPECT_TRUE(now->Owns(own, 40000));
-    EXPECT_TRUE(now->Owns(behind, 100));
-    now->Delete();
-}
-
 }  // namespace
 }  // namespace kivmp4::platform

@@ -13,7 +13,8 @@
 namespace kivmp4::test {
 
 struct Packet {
-    int64_t pts, dts, duration, size, position;
+    int64_t pts, dts, duration;
+    std::ptrdiff_t size, position;
     bool isKey;
 };
 struct Stream {
@@ -26,7 +27,7 @@ struct Stream {
 
 struct Clip {
     const char* name;       // with its extension
-    const char* arguments;  // of ffmpeg, between its general options and the output; none: made from another clip
+    const char* arguments;  // of ffmpeg, between its general options and the output
     const char* streams;    // one letter each: h H.264, v MPEG-4 visual, a AAC, c counted but not described, - not counted
     int64_t videoDelay = 0;
 };
@@ -52,7 +53,6 @@ const std::vector<Clip> kClips = {
     {"alternatives.mp4", VIDEO SOUND X264 "-map 0 -map 1 -map 0 -g 10 -c:a aac", "ha-"},
     {"large.mp4", "-f lavfi -i testsrc2=size=640x480:rate=10:duration=1,noise=alls=100:allf=t " SOUND X264
                   "-preset ultrafast -qp 2 -g 5 -c:a aac", "ha"},
-    {"rebuilt.mp4", "", "h"},
     {"delayed.mp4", "-itsoffset 0.4 " VIDEO SOUND X264 "-fps_mode passthrough -bf 0 -g 10 -c:a aac", "ha", 36000},
 };
 inline std::ostream& operator<<(std::ostream& out, const Clip& clip) {
@@ -92,39 +92,13 @@ struct Media {
     Bytes bytes;
     std::vector<Stream> streams;
 };
-inline const Media& MediaOf(const Clip& clip);
-
-/// A clip's first track in a file of our own: NAL lengths of two bytes instead of four, chunk offsets of 64 bits.
-inline Bytes Rebuild(const Media& media) {
-    const auto box = [&media](std::string_view type) {
-        const auto found = std::search(media.bytes.begin(), media.bytes.end(), type.begin(), type.end());
-        const Bytes size(found - 4, found);
-        return Bytes(found - 4, found - 4 + (size[2] << 8 | size[3]));
-    };
-    Bytes avcC = box("avcC");
-    avcC.at(12) = 0xFD;
-    Track track{.entry = VideoEntry("avc1", avcC), .timescale = media.streams[0].timescale};
-    track.replace = {{"stts", box("stts")}, {"ctts", box("ctts")}, {"stss", box("stss")}};
-    for (const Packet& packet : media.streams[0].packets) {
-        std::vector<Bytes> nals;
-        const auto end = media.bytes.begin() + packet.position + packet.size;
-        for (auto at = media.bytes.begin() + packet.position; at < end; at += 4 + static_cast<int>(nals.back().size()))
-            nals.emplace_back(at + 4, at + 4 + (at[2] << 8 | at[3]));
-        track.samples.push_back(Prefixed(2, nals));
-    }
-    return Mp4Builder::Build({.tracks = {track}, .wide = true});
-}
-
 inline const Media& MediaOf(const Clip& clip) {
     static std::map<std::string, Media> made;
     Media& media = made[clip.name];
     if (!media.path.empty())
         return media;
     media.path = TemporaryPath(clip.name);
-    if (*clip.arguments)
-        Shell(std::string(FFMPEG) + " -nostdin -v error -y " + clip.arguments + " " + media.path);
-    else
-        SaveFile(clip.name, Rebuild(MediaOf(kClips[2])));
+    Shell(std::string(FFMPEG) + " -nostdin -v error -y " + clip.arguments + " " + media.path);
     std::ifstream in(media.path, std::ios::binary);
     media.bytes = Bytes(std::istreambuf_iterator<char>(in), {});
     uint32_t track = 0;

@@ -2,10 +2,9 @@
 #pragma once
 
 #include "KivMp4.h"
+#include "support/FailingCall.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <limits>
 #include <map>
 #include <memory>
 #include <string>
@@ -15,11 +14,9 @@ namespace kivmp4::test {
 
 class FailingAllocator {
 public:
-    uint32_t failCall = std::numeric_limits<uint32_t>::max();  // number of the call that fails, from 0
-    bool failFrom = false;                                     // and all behind it
+    FailingCall failing;
 
     ClientAllocator* Interface() { return &interface; }
-    uint32_t Calls() const { return calls; }
     size_t Outstanding() const { return blocks.size(); }
     const std::vector<std::string>& Violations() const { return violations; }
 
@@ -32,10 +29,9 @@ private:
     };
 
     void* Allocate(size_t alignment, size_t size) {
-        const uint32_t call = calls++;
         if (alignment != 1 && alignment != 4 && alignment != 8)
             violations.push_back("alignment " + std::to_string(alignment));
-        if (call == failCall || (failFrom && call > failCall) || size > kLargest)
+        if (failing.Fails() || size > kLargest)
             return nullptr;
         auto raw = std::make_unique<uint8_t[]>(size + 2 * kMargin);
         std::fill_n(raw.get(), size + 2 * kMargin, kCanary);
@@ -70,7 +66,6 @@ private:
     };
     std::map<uint8_t*, Block> blocks;
     std::vector<std::string> violations;
-    uint32_t calls = 0;
 };
 
 }  // namespace kivmp4::test

@@ -2,13 +2,12 @@
 #pragma once
 
 #include "KivMp4.h"
+#include "support/FailingCall.h"
 #include "support/Mp4Builder.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstring>
-#include <limits>
 #include <mutex>
 #include <thread>
 
@@ -32,12 +31,12 @@ public:
 
     Bytes bytes;
     // Set these before the handle exists.
-    Fault fault = Fault::None;  // what the calls from number `faultCall` on answer, `faultCount` of them
-    uint32_t faultCall = 0, faultCount = std::numeric_limits<uint32_t>::max();
-    int64_t unknownSize = 0;    // answered by the first `unknownAsks` calls of getSize on each thread
-    uint32_t unknownAsks = 0;
+    Fault fault = Fault::None;  // the answer of failing calls of `read`
+    FailingCall failing;
+    int64_t firstSize = 0;  // answered by the first `firstAsks` calls of getSize on each thread
+    uint32_t firstAsks = 0;
     bool refuseOpen = false;
-    uint32_t delaySeed = 0;     // not 0: random waits of up to 200 microseconds in `read`
+    uint32_t delaySeed = 0;  // not 0: random waits of up to 200 microseconds in `read`
 
     FileInterface* Interface() { return &interface; }
     int Opens() const { return opens; }
@@ -49,23 +48,23 @@ private:
     uint32_t Read(void* destination, int64_t offset, uint32_t size) {
         if (inRead.exchange(true))
             Locked([&] { violations.push_back("overlapping reads"); });
-        const auto known = static_cast<int64_t>(bytes.size());
-        const bool allowed = opens > closes && size > 0 && offset >= 0 && offset <= known && size <= known - offset;
-        const uint32_t call = Locked([&] {
-            if (!allowed)
+        Locked([&] {
+            if (opens == closes || size == 0 || offset < 0 || offset > told || size > told - offset)
                 violations.push_back("read of " + std::to_string(size) + " at " + std::to_string(offset));
             if (delaySeed)
                 delaySeed = delaySeed * 48271u + 11;
             reads.push_back({offset, size});
-            return static_cast<uint32_t>(reads.size() - 1);
         });
         if (delaySeed)
             std::this_thread::sleep_for(std::chrono::microseconds((delaySeed >> 8) % 200));
-        const bool faulty = call >= faultCall && call - faultCall < faultCount;
         const uint32_t answers[] = {size, size - 1, size + 1, std::numeric_limits<uint32_t>::max(), 0};  // by Fault
-        const uint32_t answer = allowed ? answers[static_cast<int>(faulty ? fault : Fault::None)] : 0;
+        uint32_t answer = answers[static_cast<int>(failing.Fails() ? fault : Fault::None)];
+        const auto start = std::min(static_cast<size_t>(offset), bytes.size());
+        const auto there = static_cast<uint32_t>(std::min<size_t>(size, bytes.size() - start));
         if (answer)
-            std::memcpy(destination, bytes.data() + offset, std::min(answer, size));
+            std::memcpy(destination, bytes.data() + start, std::min(answer, there));
+        if (there < size)
+            answer = there ? there : std::numeric_limits<uint32_t>::max();
         inRead = false;
         return answer;
     }
@@ -74,8 +73,10 @@ private:
         return Locked([&] {
             if (opens == closes)
                 violations.push_back("size asked of a closed file");
-            const bool unknown = asks[std::this_thread::get_id()]++ < unknownAsks;
-            return unknown ? unknownSize : static_cast<int64_t>(bytes.size());
+            const bool first = asks[std::this_thread::get_id()]++ < firstAsks;
+            const int64_t answer = first ? firstSize : static_cast<int64_t>(bytes.size());
+            told = std::max(told, answer);
+            return answer;
         });
     }
 
@@ -92,6 +93,7 @@ private:
     std::atomic<bool> inRead = false;
     std::map<std::thread::id, uint32_t> asks;
     std::vector<ReadCall> reads;
+    int64_t told = 0;  // the greatest size that was ever answered
     std::vector<std::string> violations;
 };
 

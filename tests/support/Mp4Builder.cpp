@@ -11,29 +11,6 @@ Put& Put::Number(uint64_t value, int bytes) {
     return *this;
 }
 
-BitPut& BitPut::Bits(uint64_t value, int count) {
-    while (count-- > 0) {
-        if (used == 8) {
-            out.push_back(0);
-            used = 0;
-        }
-        out.back() = static_cast<uint8_t>(out.back() | ((value >> count & 1) << (7 - used++)));
-    }
-    return *this;
-}
-
-BitPut& BitPut::Ue(uint64_t value) {
-    int length = 0;
-    while ((value + 1) >> (length + 1))
-        length++;
-    return Bits(0, length).Bits(value + 1, length + 1);
-}
-
-Bytes BitPut::Finish() {
-    Bits(1, 1);
-    return out;
-}
-
 Bytes Hex(std::string_view digits) {
     std::string clean(digits);
     std::erase(clean, ' ');
@@ -64,32 +41,6 @@ Bytes FullBox(std::string_view type, const Bytes& content, uint8_t version, uint
 
 Bytes Words(std::string_view type, const Numbers& words, uint8_t version) {
     return FullBox(type, Put().Each(words, 4), version);
-}
-
-Bytes SpsNal(const Sps& sps) {
-    const bool full = sps.chromaFormat == 3, aspect = sps.aspectIdc >= 0, buffering = sps.maxDecBuffering >= 0;
-    const int scalingLists = !sps.scalingMatrix ? 0 : full ? 12 : 8;
-    BitPut bits;
-    bits.Ue(0);
-    if (sps.profile == 100)
-        bits.Ue(sps.chromaFormat).Bits(0, full).Ue(0).Ue(0).Bits(sps.scalingMatrix, 2).Bits(0, scalingLists);
-    bits.Ue(sps.lengthCode).Ue(sps.pocType);
-    if (sps.pocType == 0)
-        bits.Ue(sps.lengthCode);
-    if (sps.pocType == 1)
-        bits.Bits(0, 1).Ue(3).Ue(4).Ue(3).Ue(1).Ue(2).Ue(30);  // a cycle of three offsets
-    bits.Ue(sps.refs).Bits(0, 1).Ue(sps.widthMbs - 1).Ue(sps.heightMbs - 1).Bits(3, 2).Bits(sps.cropped, 1);
-    if (sps.cropped)
-        bits.Ue(0).Ue(1).Ue(0).Ue(4);
-    bits.Bits(aspect || buffering, 1);
-    if (aspect || buffering) {
-        bits.Bits(aspect, 1).Bits(static_cast<uint64_t>(sps.aspectIdc), aspect ? 8 : 0);
-        bits.Bits(sps.sampleAspect, sps.aspectIdc == 255 ? 32 : 0);
-        bits.Bits(buffering, 8);  // nothing up to and with pic_struct_present_flag
-    }
-    if (buffering)
-        bits.Bits(1, 1).Ue(0).Ue(0).Ue(10).Ue(10).Ue(1).Ue(static_cast<uint64_t>(sps.maxDecBuffering));
-    return Put().U8(0x67).U8(sps.profile).U8(0).U8(sps.level).Raw(bits.Finish());
 }
 
 Bytes AvcC(int lengthSize, const std::vector<Bytes>& spsList, const std::vector<Bytes>& ppsList) {
@@ -150,7 +101,7 @@ Bytes Stsd(const std::vector<Bytes>& entries, uint8_t version) {
 }
 
 Track VideoTrack(uint32_t count) {
-    Track track{.entry = VideoEntry("avc1", Box("avcC", AvcC(4, {SpsNal({})}, {Hex("68 EE 3C 80")})))};
+    Track track{.entry = VideoEntry("avc1", Box("avcC", AvcC(4, {Hex("67 64000B ACB6162720")}, {Hex("68 EE 3C 80")})))};
     for (uint32_t i = 0; i < count; i++)
         track.samples.push_back(Prefixed(4, {Nal(20 + i % 50, i + 1)}));
     return track;

@@ -36,19 +36,6 @@ private:
     Bytes out;
 };
 
-/// Bits written most significant first, with Exp-Golomb codes.
-class BitPut {
-public:
-    BitPut& Bits(uint64_t value, int count);
-    BitPut& Ue(uint64_t value);
-    /// The bytes so far, the last one filled up with a 1 bit and zeros.
-    Bytes Finish();
-
-private:
-    Bytes out;
-    int used = 8;
-};
-
 /// A byte string from hexadecimal digits; blanks are skipped.
 Bytes Hex(std::string_view digits);
 Bytes Join(const std::vector<Bytes>& parts);
@@ -60,15 +47,6 @@ Bytes FullBox(std::string_view type, const Bytes& content, uint8_t version = 0, 
 /// A box of 32-bit words behind version and flags: tables and headers, honest and forged.
 Bytes Words(std::string_view type, const Numbers& words, uint8_t version = 0);
 
-/// What a sequence parameter set states. `aspectIdc` or `maxDecBuffering` of 0 or more writes a VUI.
-struct Sps {
-    uint32_t profile = 100, level = 11, refs = 2, widthMbs = 11, heightMbs = 9;
-    uint32_t chromaFormat = 1, pocType = 2, lengthCode = 0, sampleAspect = 0;
-    bool scalingMatrix = false, cropped = false;
-    int aspectIdc = -1, maxDecBuffering = -1;
-};
-/// The NAL unit, header byte 0x67 included, without emulation prevention.
-Bytes SpsNal(const Sps& sps);
 /// An AVCDecoderConfigurationRecord.
 Bytes AvcC(int lengthSize, const std::vector<Bytes>& spsList, const std::vector<Bytes>& ppsList);
 /// A NAL unit of `size` bytes that differ by `seed`; the first one is a slice header byte.

@@ -1,0 +1,147 @@
+// Every failure once: each allocation and each answer of the player, over opening, delivery, winding and seeks.
+#include "platform/Heap.h"
+#include "support/Session.h"
+
+#include <cstdlib>
+
+namespace kivmp4::test {
+namespace {
+
+FailingCall* heapCalls = nullptr;  // of the run that is on
+
+bool HeapFails() {
+    return heapCalls && heapCalls->Fails();
+}
+
+}  // namespace
+
+// The linker leads the module's requests for heap memory through here.
+using platform::Heap;
+void* AllocateOfHeap(Heap*, size_t size, uint32_t mark) asm("__real_" KIVMP4_HEAP_ALLOCATE);
+void* AllocateOrFail(Heap* heap, size_t size, uint32_t mark) asm("__wrap_" KIVMP4_HEAP_ALLOCATE);
+void* AllocateOrFail(Heap* heap, size_t size, uint32_t mark) {
+    return HeapFails() ? nullptr : AllocateOfHeap(heap, size, mark);
+}
+void* AlignedOfHeap(Heap*, size_t alignment, size_t size, uint32_t mark) asm("__real_" KIVMP4_HEAP_ALIGNED);
+void* AlignedOrFail(Heap* heap, size_t alignment, size_t size, uint32_t mark) asm("__wrap_" KIVMP4_HEAP_ALIGNED);
+void* AlignedOrFail(Heap* heap, size_t alignment, size_t size, uint32_t mark) {
+    return HeapFails() ? nullptr : AlignedOfHeap(heap, alignment, size, mark);
+}
+
+namespace {
+
+using Fault = MemoryFile::Fault;
+
+// Small tables come from the heap, those above 1024 bytes from the player.
+std::vector<Bytes> Files() {
+    Movie video{.tracks = {VideoTrack(30)}}, sound{.tracks = {AudioTrack(30)}}, many{.tracks = {AudioTrack(30), VideoTrack(300)}};
+    const Bytes delay = Box("edts", Words("elst", {2, 500, 0xFFFFFFFF, 0, 9, 0, 0}));
+    video.tracks[0].replace = {{"stss", Words("stss", {3, 1, 11, 21})}, {"ctts", Words("ctts", {1, 30, 3000})}, {"edts", delay}};
+    video.tracks[0].samples[5] = Prefixed(4, {Nal(70000)});  // read past the buffer
+    const Bytes offsets = FullBox("ctts", Put().U32(300).Each(Numbers(600, 1), 4));
+    many.tracks[1].replace = {{"stss", FullBox("stss", Put().U32(300).Each(Numbers(300, 1), 4))}, {"ctts", offsets}};
+    many.tracks.push_back(VideoTrack(20));
+    many.tracks[2].entry = VideoEntry("mp4v", Esds(Hex("000001B0 03 00000120 00 C4 88")));
+    return {Mp4Builder::Build(video), Mp4Builder::Build(sound), Mp4Builder::Build(many)};
+}
+
+// Under an emulator only each n-th failure is tried.
+uint32_t Step() {
+    const char* step = std::getenv("KIVMP4_SWEEP_STEP");
+    return step ? static_cast<uint32_t>(std::atoi(step)) : 1;
+}
+
+TEST(Failures, OfEveryCallEndInADocumentedResult) {
+    enum class Victim { Heap, Memory, Read };
+    struct Way { const char* name; Victim victim; Fault fault; uint32_t count; };
+    const Way ways[] = {
+        {"heap once", Victim::Heap, Fault::None, 1},
+        {"heap for ever", Victim::Heap, Fault::None, FailingCall::kForEver},
+        {"player's memory once", Victim::Memory, Fault::None, 1},
+        {"player's memory for ever", Victim::Memory, Fault::None, FailingCall::kForEver},
+        {"short by one", Victim::Read, Fault::Short, 1},
+        {"one more than asked", Victim::Read, Fault::Over, 1},
+        {"as many as can be", Victim::Read, Fault::Error, 1},
+        {"errors for ever", Victim::Read, Fault::Error, FailingCall::kForEver},
+        {"empty once", Victim::Read, Fault::Empty, 1},
+        {"empty a hundred times", Victim::Read, Fault::Empty, 100},
+    };
+    int failures = 0;
+    for (const Bytes& content : Files()) {
+        Session honest(content);
+        ASSERT_TRUE(honest.Start());
+        const std::vector<Unit> expected = honest.Deliver();
+        honest.Close();
+        for (const Way& way : ways) {
+            bool met = true;
+            for (uint32_t n = 0; met; n += Step(), failures += met) {
+                SCOPED_TRACE(std::string(way.name) + ' ' + std::to_string(n));
+                FailingCall heap;
+                heapCalls = &heap;
+                Session session(content);
+                session.file.fault = way.fault;
+                FailingCall& victim = way.victim == Victim::Heap     ? heap
+                                      : way.victim == Victim::Memory ? session.memory.failing
+                                                                     : session.file.failing;
+                victim.first = n;
+                victim.count = way.count;
+                session.Exercise();
+                if (way.victim == Victim::Read && session.demux && KivMp4Rewind(session.demux) == 0) {
+                    const std::vector<Unit> units = session.Deliver();
+                    for (size_t i = 0; i < units.size(); i++)
+                        EXPECT_TRUE(units[i].bytes == expected.at(i).bytes) << "wrong bytes";
+                    EXPECT_TRUE(way.fault != Fault::Empty || session.result == 1);
+                }
+                session.Close();
+                met = victim.calls > n;
+                heapCalls = nullptr;
+                ASSERT_FALSE(HasFailure());
+            }
+        }
+    }
+    EXPECT_GT(failures * static_cast<int>(Step()), 1500);  // the sweeps have reached the calls
+}
+
+TEST(Failures, OfAPlayerThatTakesItsWordBack) {
+    const Bytes content = Files()[0];
+    const auto size = static_cast<int64_t>(content.size());
+    struct Case { const char* name; int64_t firstSize; uint32_t asks; bool opens; };
+    const Case cases[] = {
+        {"known late", 0, 20, true},       {"negative at first", -size, 20, true}, {"grows", size / 2, 1, true},
+        {"grows late", size - 9, 3, true}, {"shrinks", size + 5000, 1, false},
+        {"endless", std::numeric_limits<int64_t>::max(), 1, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Session session(content);
+        session.file.firstSize = c.firstSize;
+        session.file.firstAsks = c.asks;
+        session.file.delaySeed = 1;
+        EXPECT_TRUE(session.Open() == 0 || !c.opens);
+        session.Exercise();
+    }
+    Session endless(content);
+    endless.file.fault = Fault::Empty;
+    endless.file.failing.first = 0;
+    ASSERT_TRUE(endless.Create());
+    while (endless.file.Reads().empty())
+        std::this_thread::yield();
+    endless.Close();  // returns
+}
+
+TEST(Failures, OfAHeapOfAnySize) {
+    const Bytes content = Files()[2];
+    int opened = 0;
+    for (size_t capacity = 0; capacity < 260000; capacity += capacity < 6000 || capacity > 196608 ? 64 * Step() : 50000) {
+        SCOPED_TRACE(capacity);
+        Session session(content, capacity, capacity / 64 % 8);
+        const bool open = session.Open() == 0;
+        EXPECT_TRUE(!open || capacity > 196608);  // the size of the read-ahead buffer
+        opened += open;
+        session.Exercise();
+    }
+    EXPECT_GT(opened, 10);
+}
+
+}  // namespace
+}  // namespace kivmp4::test
