@@ -9,7 +9,8 @@ using namespace kivmp4::fuzz;
 namespace {
 
 constexpr size_t kCapacities[] = {400 << 10, 300 << 10, 240 << 10, 201 << 10, 150 << 10, 9000, 1300, 0};
-constexpr uint32_t kMostHandles = 4, kRunsPerSlowOne = 5000;
+constexpr uint32_t kMostHandles = 3;
+constexpr uint32_t kPatientRuns = 64, kPatientEvery = 4096;  // a size that never comes costs half a second
 
 enum Fault : uint8_t { kNone, kShort, kLate, kOver, kError, kNoise };
 enum SizeMode : uint8_t { kKnown, kZeroFirst, kNegativeFirst, kGrowing, kShrinking, kTooLarge, kHuge, kNeverKnown };
@@ -43,6 +44,8 @@ public:
         memory.calls = 0;
         reads = asks = 0;
         told = 0;
+        const bool patient = ++runs < kPatientRuns || runs % kPatientEvery == 0;
+        patience = patient && sizeMode == kNeverKnown ? 5000 : 4;
     }
     void Arm() { alive = true; }
     /// The handle is gone, or none came to be.
@@ -79,10 +82,11 @@ private:
     }
     int64_t GetSize() {
         Require(alive && opens > closes, "the size is asked while the file is open");
-        const bool first = asks++ < sizeAsks;
-        const int64_t first_then[][2] = {{size, size}, {0, size}, {INT64_MIN, size}, {size / 2, size},
+        const uint32_t ask = asks++;
+        const int64_t firstAndRest[][2] = {{size, size}, {0, size}, {INT64_MIN, size}, {size / 2, size},
                                          {size, size / 2}, {size, size + 70000}, {size, INT64_MAX}, {0, 0}};
-        const int64_t answer = first_then[sizeMode][first ? 0 : 1];
+        const int64_t planned = firstAndRest[sizeMode][ask < sizeAsks ? 0 : 1];
+        const int64_t answer = planned <= 0 && ask > patience ? 1 : planned;
         for (int64_t before = told; before < answer && !told.compare_exchange_weak(before, answer);) {
         }
         return answer;
@@ -98,19 +102,12 @@ private:
     };
     std::atomic<bool> alive{false}, reading{false};
     std::atomic<uint32_t> opens{0}, closes{0}, reads{0}, asks{0};
+    uint32_t runs = 0, patience = 0;
     std::atomic<int64_t> told{0};  // the largest size that the module has heard
 };
 
 Player player;
 uint8_t heapMemory[kCapacities[0]], unitCopy[kCapacities[0]];
-
-// Waiting for a size that never comes takes half a second.
-bool MayBeSlow() {
-    static uint32_t runs = 0, slowOnes = 0;
-    const bool may = ++runs >= slowOnes * kRunsPerSlowOne && player.sizeMode == kNeverKnown;
-    slowOnes += may;
-    return may;
-}
 
 class Script {
 public:
@@ -131,7 +128,7 @@ private:
     void* Heap() const { return heapMemory + sizeof heapMemory - capacity; }
 
     void Create() {
-        if (handles++ == kMostHandles)
+        if (++handles > kMostHandles)
             return;
         player.Arm();
         live = demux = KivMp4Create(path, player.Interface(), player.memory.Interface(), Heap(), capacity, 7, logLevel);
@@ -225,8 +222,6 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Input input(data, size);
     player.Reset(input);
-    if (!MayBeSlow() && player.sizeMode == kNeverKnown)
-        player.sizeMode = kZeroFirst;
     Script(input).Run();
     return 0;
 }
