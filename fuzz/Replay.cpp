@@ -1,4 +1,4 @@
-// Runs a fuzz target over files, without a fuzzer: what was found once stays found.
+// Runs a fuzz target over files and folders, without a fuzzer: what was found once stays found.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -9,20 +9,15 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 int main(int argc, char** argv) {
-    namespace fs = std::filesystem;
-    std::vector<fs::path> files;
+    int files = 0;
     for (int i = 1; i < argc; ++i) {
-        if (!fs::is_directory(argv[i]))
-            files.push_back(argv[i]);
-        else
-            for (const auto& entry : fs::directory_iterator(argv[i]))
-                files.push_back(entry.path());
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(argv[i])) {
+            std::fprintf(stderr, "%s\n", entry.path().c_str());
+            std::ifstream stream(entry.path(), std::ios::binary);
+            const std::vector<char> bytes{std::istreambuf_iterator<char>(stream), {}};
+            LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+            ++files;
+        }
     }
-    for (const fs::path& path : files) {
-        std::fprintf(stderr, "%s\n", path.c_str());
-        std::ifstream stream(path, std::ios::binary);
-        const std::vector<char> bytes{std::istreambuf_iterator<char>(stream), {}};
-        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-    }
-    return files.empty();
+    return files > 0 ? 0 : 1;
 }
