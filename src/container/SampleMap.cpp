@@ -8,6 +8,8 @@ namespace {
 
 constexpr size_t kSizeEntries = 12;  // content offset of the first "stsz" entry
 constexpr int32_t kUnbounded = 0x7FFFFFFF;
+constexpr int64_t kSumStep = 256;
+constexpr int64_t kLongRun = 1024;  // below, adding up is as fast
 
 }  // namespace
 
@@ -59,20 +61,22 @@ int64_t SampleMap::SamplesOf(int32_t entry) const {
     return chunks < 0 || chunks > INT32_MAX ? int64_t{INT32_MAX} + 1 : chunks * SamplesPerChunk(entry);
 }
 
-void SampleMap::StartOver(int32_t sample) {
-    const auto samplesOf = [this](uint32_t entry) { return SamplesOf(static_cast<int32_t>(entry)); };
-    cacheEntry = static_cast<int32_t>(chunkMarks.StartFor(sample, chunkMapCount, cacheFirstSample, samplesOf));
-}
-
 // Moves the cache to the entry that covers the sample; the last one covers all that is left. Sample numbers are formed
 // in 32 bits and may wrap with forged entries; the walk is bounded by the entries all the same.
 void SampleMap::FindChunkEntry(int32_t sample) {
+    const auto samplesOf = [this](uint32_t entry) { return SamplesOf(static_cast<int32_t>(entry)); };
     if (sample < cacheFirstSample || sample > cacheEndSample)
-        StartOver(sample);
+        cacheEntry = static_cast<int32_t>(chunkMarks.StartFor(sample, chunkMapCount, cacheFirstSample, samplesOf));
     const int32_t last = static_cast<int32_t>(chunkMapCount) - 1;
     int32_t entry = cacheEntry;
     uint32_t first = static_cast<uint32_t>(cacheFirstSample);
-    while (entry < last) {
+    for (uint32_t steps = 0; entry < last; ++steps) {
+        if (steps == SparseMarks::kStep && chunkMarks.Exist(chunkMapCount, samplesOf)) {
+            entry = static_cast<int32_t>(chunkMarks.StartFor(sample, chunkMapCount, cacheFirstSample, samplesOf));
+            first = static_cast<uint32_t>(cacheFirstSample);
+            if (entry == last)
+                break;
+        }
         const uint32_t chunks = FirstChunk(entry + 1) - FirstChunk(entry);
         const uint32_t end = first + chunks * SamplesPerChunk(entry);
         cacheEndSample = static_cast<int32_t>(end);
@@ -97,9 +101,33 @@ uint64_t SampleMap::SizeOfRun(int64_t first, int64_t end) {
         runFirst = runEnd = first;
         runSize = 0;
     }
-    for (; runEnd < end; ++runEnd)
-        runSize += ReadBE32(sizes->data + kSizeEntries + 4 * static_cast<size_t>(runEnd));
+    if (end - runEnd > kLongRun && MakeSizeSums()) {
+        const int64_t from = (runEnd + kSumStep - 1) / kSumStep, to = end / kSumStep;
+        runSize += PlainSum(runEnd, from * kSumStep) + sizeSums[to] - sizeSums[from];
+        runEnd = to * kSumStep;
+    }
+    runSize += PlainSum(runEnd, end);
+    runEnd = std::max(runEnd, end);
     return runSize;
+}
+
+uint64_t SampleMap::PlainSum(int64_t first, int64_t end) const {
+    uint64_t sum = 0;
+    for (; first < end; ++first)
+        sum += ReadBE32(sizes->data + kSizeEntries + 4 * static_cast<size_t>(first));
+    return sum;
+}
+
+// Sums of all sizes before each 256th sample, for seeking in long chunks. @return false when there is no memory for them
+bool SampleMap::MakeSizeSums() {
+    if (sizeSumsTried)
+        return sizeSums != nullptr;
+    sizeSumsTried = true;
+    const int64_t count = int64_t{sampleCount} / kSumStep + 1;
+    sizeSums = static_cast<uint64_t*>(ModuleAlloc(alignof(uint64_t), static_cast<size_t>(count) * sizeof(uint64_t)));
+    for (int64_t i = 1; sizeSums && i < count; ++i)
+        sizeSums[i] = sizeSums[i - 1] + PlainSum((i - 1) * kSumStep, i * kSumStep);
+    return sizeSums != nullptr;
 }
 
 uint64_t SampleMap::ChunkOffset(uint32_t chunk) const {

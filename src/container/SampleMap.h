@@ -12,6 +12,8 @@ namespace kivmp4 {
 /// time. Every index is safe.
 class SampleMap {
 public:
+    ~SampleMap() { ModuleFree(sizeSums); }
+
     /// Loads the three tables below `stbl` and keeps them until destruction.
     /// @return false when one is missing or unreadable; what was found stays usable
     [[nodiscard]] bool Parse(Mp4Box& stbl);
@@ -28,7 +30,6 @@ public:
 private:
     bool ParseSizes(Mp4Box& stbl);
     void FindChunkEntry(int32_t sample);
-    void StartOver(int32_t sample);
     int64_t SamplesOf(int32_t entry) const;
     const uint8_t* ChunkEntry(int32_t entry) const {
         return chunkMap->data + kTableHeader + size_t{12} * static_cast<uint32_t>(entry);
@@ -36,6 +37,8 @@ private:
     uint32_t FirstChunk(int32_t entry) const { return ReadBE32(ChunkEntry(entry)); }
     uint32_t SamplesPerChunk(int32_t entry) const { return ReadBE32(ChunkEntry(entry) + 4); }
     uint64_t SizeOfRun(int64_t first, int64_t end);
+    uint64_t PlainSum(int64_t first, int64_t end) const;
+    bool MakeSizeSums();
     uint64_t ChunkOffset(uint32_t chunk) const;
 
     BoxContent sizes;       // "stsz"
@@ -56,6 +59,8 @@ private:
     int64_t runFirst = 0;
     int64_t runEnd = 0;
     uint64_t runSize = 0;
+    uint64_t* sizeSums = nullptr;  // owned; made for the first long run
+    bool sizeSumsTried = false;
 };
 
 }  // namespace kivmp4

@@ -37,9 +37,9 @@ public:
         return marks != nullptr;
     }
 
-private:
     static constexpr uint32_t kStep = 64;
 
+private:
     template <typename SamplesOf>
     void Make(uint32_t entries, SamplesOf samplesOf) {
         tried = true;

@@ -89,14 +89,14 @@ int64_t TimeStamps::GetSampleDuration(int32_t sample) { return FindEntry(sample)
 int32_t TimeStamps::CompositionUnits(int32_t sample) {
     if (cttsCount == 0)
         return 0;
-    if (sample < ctsFirstSample) {
-        const auto samplesOf = [this](uint32_t entry) { return int64_t{ReadBE32(CttsEntry(entry))}; };
-        if (ctsMarks.Exist(cttsCount, samplesOf))
+    const auto samplesOf = [this](uint32_t entry) { return int64_t{ReadBE32(CttsEntry(entry))}; };
+    if (sample < ctsFirstSample && ctsMarks.Exist(cttsCount, samplesOf))
+        ctsEntry = ctsMarks.StartFor(sample, cttsCount, ctsFirstSample, samplesOf);
+    for (; sample < ctsFirstSample && ctsEntry > 0; --ctsEntry)
+        ctsFirstSample = WrapSubtract32(ctsFirstSample, ReadBE32(CttsEntry(ctsEntry - 1)));
+    for (uint32_t steps = 0; ctsEntry < cttsCount; ++steps) {
+        if (steps == SparseMarks::kStep && ctsMarks.Exist(cttsCount, samplesOf))
             ctsEntry = ctsMarks.StartFor(sample, cttsCount, ctsFirstSample, samplesOf);
-        for (; sample < ctsFirstSample && ctsEntry > 0; --ctsEntry)
-            ctsFirstSample = WrapSubtract32(ctsFirstSample, ReadBE32(CttsEntry(ctsEntry - 1)));
-    }
-    while (ctsEntry < cttsCount) {
         const uint8_t* entry = CttsEntry(ctsEntry);
         const int32_t end = WrapAdd32(ctsFirstSample, ReadBE32(entry));
         if (sample < end)

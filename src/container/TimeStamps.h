@@ -19,6 +19,10 @@ public:
     /// @return false without a readable "stts"
     [[nodiscard]] bool Parse(uint32_t mediaTimescale, int64_t delay, Mp4Box& stbl);
 
+    /// The tables as loaded; false when there is none.
+    const BoxContent& DecodeTable() const { return sttsTable; }
+    const BoxContent& CompositionTable() const { return cttsTable; }
+
     /// @return 0 behind the last sample, delay or not
     int64_t GetDecodeTime(int32_t sample);
     int64_t GetCompositionOffset(int32_t sample);

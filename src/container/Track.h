@@ -61,7 +61,7 @@ public:
     /// sample itself (`syncTime` untouched).
     /// @return false when there is none in that direction; the outs then tell the last sync sample. Backward the first
     ///         one counts as found
-    [[nodiscard]] bool GetSyncSampleIndex(bool next, int32_t sample, int32_t& index, int64_t& syncTime) const;
+    [[nodiscard]] bool GetSyncSampleIndex(bool next, int32_t sample, int32_t& index, int64_t& syncTime);
 
 private:
     // Track.cpp
@@ -79,6 +79,9 @@ private:
     bool ParseSTSS(Mp4Box& stss);
     bool ParseSTTS(Mp4Box& stts);
     bool ParseCTTS(Mp4Box& ctts);
+    void FillArrays();
+    void FillDecodeTimes(const ByteView& stts);
+    void FillCompositionOffsets(const ByteView& ctts);
 
     // TrackLookup.cpp
     bool HasDecodeTimes() const { return sttsEntryCount != 0; }
@@ -111,6 +114,8 @@ private:
     TickArray decodeTimes;             // owned; sampleCount values
     uint32_t sampleCount = 0;          // that "stts" speaks of
     uint32_t syncSampleCount = 0;
+    bool decodeTimesFilled = false;    // until then the values are arbitrary
+    bool compositionOffsetsFilled = false;
     bool syncAscending = true;         // the table is in order: it can be searched by halves
     uint64_t* greatestTimes = nullptr;  // owned; greatest array time up to the end of each 64 samples, once searched
     bool mdhdVersion1 = false;

@@ -96,6 +96,7 @@ bool Track::GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime) 
         LogError(logLevel, "GetJumpSampleIndex", 768, " Cannot start ");
         return false;
     }
+    FillArrays();
     uint32_t candidate = 0;
     if (!FindCandidate(static_cast<uint64_t>(time), candidate)) {
         LogError(logLevel, "GetJumpSampleIndex", 796, " Jump index cannot be obtained  ");
@@ -112,7 +113,7 @@ bool Track::GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime) 
     return true;
 }
 
-bool Track::GetSyncSampleIndex(bool next, int32_t sample, int32_t& index, int64_t& syncTime) const {
+bool Track::GetSyncSampleIndex(bool next, int32_t sample, int32_t& index, int64_t& syncTime) {
     if (IsVideo() && (!HasDecodeTimes() || !syncSamples)) {
         LogError(logLevel, "GetSyncSampleIndex", 839, "  Cannot start ");
         return false;
@@ -125,6 +126,7 @@ bool Track::GetSyncSampleIndex(bool next, int32_t sample, int32_t& index, int64_
         index = sample;
         return true;
     }
+    FillArrays();
     uint32_t before = 0, behind = 0;
     if (FindSyncPair(static_cast<uint32_t>(sample), !next, before, behind)) {
         index = static_cast<int32_t>(next ? behind : before);

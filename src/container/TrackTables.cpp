@@ -16,14 +16,10 @@ struct PairTable {
     uint32_t CountAt(uint32_t entry) const { return ReadBE32(table.data + kTableHeader + size_t{8} * entry); }
     uint32_t ValueAt(uint32_t entry) const { return ReadBE32(table.data + kTableHeader + 4 + size_t{8} * entry); }
 
-    /// @return samples that the copied counts speak of; more than 2^31 - 1 cannot be expanded
-    uint64_t Copy(uint32_t* counts, uint32_t* values) const {
+    uint64_t Samples() const {
         uint64_t samples = 0;
-        for (uint32_t entry = 0; entry < entries; ++entry) {
-            counts[entry] = CountAt(entry);
-            values[entry] = ValueAt(entry);
-            samples += counts[entry];
-        }
+        for (uint32_t entry = 0; entry < entries; ++entry)
+            samples += CountAt(entry);
         return samples;
     }
 };
@@ -31,7 +27,8 @@ struct PairTable {
 // What a message that has room for 32 bits tells of a number of bytes.
 int LowBits(uint64_t bytes) { return static_cast<int>(static_cast<uint32_t>(bytes)); }
 
-// The two working arrays of an expansion; gone at its end.
+// Room for a copy of a table's two columns while it is looked at. Nothing is copied, but a heap or a player that has no
+// room for it fails the table: what a file may need does not depend on how it is read.
 struct WorkingArrays {
     const ClientAllocator* allocator;
     uint32_t* counts = nullptr;
@@ -84,18 +81,15 @@ bool Track::ParseSTTS(Mp4Box& stts) {
         LogError(logLevel, "ParseSTTS", 680, " Cannot allocate memory of size(%d) ", needed);
         return false;
     }
-    const uint64_t samples = table.Copy(arrays.counts, arrays.values);
+    const uint64_t samples = table.Samples();
     if (samples > INT32_MAX || (samples > 0 && !decodeTimes.Allocate(allocator, 4, static_cast<uint32_t>(samples)))) {
         LogError(logLevel, "ParseSTTS", 697, " Unable to allcoate enough memory ! ");
         return false;
     }
     sampleCount = static_cast<uint32_t>(samples);
     sttsEntryCount = table.entries;
-    uint64_t mediaTime = 0;
-    uint32_t sample = 0;
-    for (uint32_t entry = 0; entry < table.entries; ++entry)
-        for (uint32_t left = arrays.counts[entry]; left > 0; --left, mediaTime += arrays.values[entry])
-            decodeTimes.Set(sample++, DivideOrZero(static_cast<int64_t>(mediaTime * 90000), timescale));
+    if (!timeStamps || !timeStamps->DecodeTable())  // gone when the first search comes
+        FillDecodeTimes(*content);
     return true;
 }
 
@@ -107,7 +101,7 @@ bool Track::ParseCTTS(Mp4Box& ctts) {
     WorkingArrays arrays(allocator);
     if (!arrays.AllocateCounts(table.entries) || !arrays.AllocateValues(table.entries))
         return false;
-    const uint64_t samples = table.Copy(arrays.counts, arrays.values);
+    const uint64_t samples = table.Samples();
     if (samples == 0)
         return true;
     if (samples > INT32_MAX || !compositionOffsets.Allocate(allocator, 8, static_cast<uint32_t>(samples))) {
@@ -115,14 +109,58 @@ bool Track::ParseCTTS(Mp4Box& ctts) {
                  LowBits(samples * 8));
         return false;
     }
+    if (!timeStamps || !timeStamps->CompositionTable())
+        FillCompositionOffsets(*content);
+    return true;
+}
+
+// The arrays are filled by the first search: playing a file through never touches them.
+void Track::FillArrays() {
+    if (decodeTimes && !decodeTimesFilled)
+        FillDecodeTimes(*timeStamps->DecodeTable());
+    if (compositionOffsets && !compositionOffsetsFilled)
+        FillCompositionOffsets(*timeStamps->CompositionTable());
+}
+
+void Track::FillDecodeTimes(const ByteView& stts) {
+    decodeTimesFilled = true;
+    const PairTable table(stts);
+    uint64_t mediaTime = 0;  // cannot wrap: fewer than 2^31 samples
+    uint32_t sample = 0;
+    for (uint32_t entry = 0; entry < table.entries; ++entry) {
+        const uint32_t count = table.CountAt(entry), delta = table.ValueAt(entry);
+        const uint64_t end = mediaTime + uint64_t{count} * delta;
+        if (timescale && end <= INT64_MAX / 90000) {
+            // Quotient and remainder go on from sample to sample: a division for each would take longer than all else.
+            const uint64_t step = uint64_t{delta} * 90000;
+            uint64_t ticks = mediaTime * 90000 / timescale, rest = mediaTime * 90000 % timescale;
+            for (uint32_t left = count; left > 0; --left) {
+                decodeTimes.Set(sample++, static_cast<int64_t>(ticks));
+                ticks += step / timescale;
+                rest += step % timescale;
+                if (rest >= timescale) {
+                    rest -= timescale;
+                    ++ticks;
+                }
+            }
+        } else {
+            for (uint32_t left = count; left > 0; --left, mediaTime += delta)
+                decodeTimes.Set(sample++, DivideOrZero(static_cast<int64_t>(mediaTime * 90000), timescale));
+        }
+        mediaTime = end;
+    }
+}
+
+void Track::FillCompositionOffsets(const ByteView& ctts) {
+    compositionOffsetsFilled = true;
+    const PairTable table(ctts);
     uint32_t sample = 0;
     for (uint32_t entry = 0; entry < table.entries; ++entry) {
         // The product wraps in 32 bits: an offset beyond 23860 media units comes out wrong.
-        const int64_t ticks = DivideOrZero(WrapMultiply32(90000, arrays.values[entry]), timescale);
-        for (uint32_t left = arrays.counts[entry]; left > 0; --left)
+        const int64_t ticks = DivideOrZero(WrapMultiply32(90000, table.ValueAt(entry)), timescale);
+        for (uint32_t left = table.CountAt(entry); left > 0; --left)
             compositionOffsets.Set(sample++, ticks);
     }
-    return true;
 }
 
 }  // namespace kivmp4

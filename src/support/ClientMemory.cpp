@@ -29,7 +29,7 @@ uint32_t* AllocateWords(const ClientAllocator* allocator, uint64_t count) {
     if (count > INT32_MAX || size > INT32_MAX)
         return nullptr;
     uint8_t marker = kFromModuleHeap;
-    void* block = ModuleAlloc(1, static_cast<size_t>(size));
+    void* block = ModuleAllocRaw(alignof(uint32_t), static_cast<size_t>(size));
     if (!block) {
         marker = kFromClient;
         block = ClientAlloc(allocator, sizeof(uint32_t), size);

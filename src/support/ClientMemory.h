@@ -13,7 +13,7 @@ namespace kivmp4 {
 void ClientFree(const ClientAllocator* allocator, void* block);
 
 /// Takes an array of `count` 32-bit values from the module heap, or from the player when that is full. The byte before
-/// the array tells which.
+/// the array tells which. Contents are arbitrary.
 [[nodiscard]] uint32_t* AllocateWords(const ClientAllocator* allocator, uint64_t count);
 /// Null is ignored.
 void FreeWords(const ClientAllocator* allocator, uint32_t* words);

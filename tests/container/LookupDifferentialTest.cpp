@@ -47,7 +47,8 @@ struct Walks {
             runFirst.push_back(WrapAdd32(runFirst.back(), (stsc[i] - stsc[i - 3]) * stsc[i - 2]));
         runFirst.push_back(INT32_MAX);
         int64_t now = 0;
-        for (size_t i = 0; i < stts.size(); i += 2) {
+        // A table counts up to the entry with which sample numbers would pass 2^31 - 1.
+        for (size_t i = 0; i < stts.size() && uint64_t{stts[i]} + static_cast<uint32_t>(timeFirst.back()) <= INT32_MAX; i += 2) {
             timeFirst.push_back(WrapAdd32(timeFirst.back(), stts[i]));
             timeStart.push_back(timeStart.back() + WrapMultiply32(stts[i], stts[i + 1]));
             for (uint32_t k = 0; odds == ~0u && k < stts[i]; ++k, now += stts[i + 1])
@@ -55,7 +56,8 @@ struct Walks {
         }
         times = decodeTimes;
         times.resize(10 * most);
-        for (size_t i = 0, sample = 0; i < ctts.size(); i += 2) {
+        for (size_t i = 0, sample = 0;
+             i < ctts.size() && uint64_t{ctts[i]} + static_cast<uint32_t>(shiftFirst.back()) <= INT32_MAX; i += 2) {
             shiftFirst.push_back(WrapAdd32(shiftFirst.back(), ctts[i]));
             for (uint32_t k = 0; odds == ~0u && k < ctts[i]; ++k)
                 times[sample++] += static_cast<uint64_t>(DivideOrZero(WrapMultiply32(90000, ctts[i + 1]), timescale));
@@ -132,7 +134,7 @@ struct Walks {
             return false;
         uint32_t jump = static_cast<uint32_t>(found - first);
         if (const auto pair = SyncPair(jump, true); found != first && pair != syncs.end())
-            jump = jump - pair[0] < pair[1] - jump ? pair[0] : pair[1];
+            jump = pair[1] >= decodeTimes.size() || jump - pair[0] < pair[1] - jump ? pair[0] : pair[1];
         index = static_cast<int32_t>(jump);
         jumpTime = found != first ? TimeOf(jump) : 0;
         return true;
