@@ -35,15 +35,19 @@ bool SampleMap::ParseSizes(Mp4Box& stbl) {
         return false;
     constantSize = sizes->BE32(4);
     sampleCount = sizes->BE32(8);
-    maxSampleSize = constantSize;
     if (constantSize != 0)
         return true;
     const size_t present = (sizes->size - kSizeEntries) / 4;
     if (sampleCount > present)
         sampleCount = static_cast<uint32_t>(present);
-    for (uint32_t sample = 0; sample < sampleCount; ++sample)
-        maxSampleSize = std::max(maxSampleSize, ReadBE32(sizes->data + kSizeEntries + size_t{4} * sample));
     return true;
+}
+
+uint32_t SampleMap::MaxSampleSize() const {
+    uint32_t largest = constantSize;
+    for (uint32_t sample = 0; constantSize == 0 && sample < sampleCount; ++sample)
+        largest = std::max(largest, GetSampleSize(static_cast<int32_t>(sample)));
+    return largest;
 }
 
 uint32_t SampleMap::GetSampleSize(int32_t sample) const {

@@ -19,7 +19,8 @@ public:
     [[nodiscard]] bool Parse(Mp4Box& stbl);
 
     uint32_t SampleCount() const { return sampleCount; }
-    uint32_t MaxSampleSize() const { return maxSampleSize; }
+    /// The constant size or the largest one of the table; looks at all of it.
+    uint32_t MaxSampleSize() const;
 
     /// @return bytes; 0 for an index that is not below the count
     uint32_t GetSampleSize(int32_t sample) const;
@@ -43,7 +44,6 @@ private:
 
     BoxContent sizes;       // "stsz"
     uint32_t sampleCount = 0;   // within the payload when there is a size for each sample
-    uint32_t maxSampleSize = 0;
     uint32_t constantSize = 0;  // 0: the table has a size for each sample
     uint32_t chunkMapCount = 0;
     uint32_t chunkCount = 0;
