@@ -9,12 +9,7 @@ namespace kivmp4::test {
 namespace {
 
 TEST(Mp4Box, WalksChildrenAsFarAsTheyFit) {
-    struct Case {
-        const char* name;
-        Bytes file;
-        uint32_t children;
-        int64_t lastSize;
-    };
+    struct Case { const char* name; Bytes file; uint32_t children; int64_t lastSize; };
     const Bytes moov = Box("moov", {}), mdat = Box("mdat", Hex("01 02")), skip = Box("free", {});
     const Case cases[] = {
         {"ends behind the later of moov and mdat", Join({skip, moov, mdat, skip, skip}), 3, 10},
@@ -42,15 +37,6 @@ TEST(Mp4Box, WalksChildrenAsFarAsTheyFit) {
             EXPECT_EQ(tree.File().GetChild(c.children - 1)->GetSize(), c.lastSize);
         }
     }
-}
-
-TEST(Mp4Box, FindsChildrenByTypeInFileOrder) {
-    BoxTree tree(Box("moov", Join({Box("trak", Hex("01")), Box("free", {}), Box("trak", Hex("0203"))})));
-    EXPECT_EQ(tree.Root().CountChildren(FourCc("trak")), 2u);
-    EXPECT_EQ(tree.Root().FindNthChild(FourCc("trak"), 1), tree.Root().GetChild(2));
-    EXPECT_EQ(tree.Root().FindNthChild(FourCc("trak"), 2), nullptr);
-    EXPECT_EQ(tree.Root().GetChildOffset(FourCc("free")), 17);
-    EXPECT_EQ(tree.Root().GetChildOffset(FourCc("mdat")), -1);
 }
 
 TEST(Mp4Box, LoadsOnceAndCountsReferences) {

@@ -92,21 +92,6 @@ TEST(FileReader, RefusesReadsBeyondTheEndWithAMessage) {
     s.ExpectBytes(0, 100);  // still usable
 }
 
-TEST(FileReader, SequentialReadingAsksForEachBlockOnce) {
-    Streaming s(Pattern(10 * kBlock + 77));
-    s.Open();
-    // As far as the thread does not start over at the beginning, ahead of the reading.
-    for (int64_t position = 0; position < 6 * kBlock; position += 3000)
-        s.ExpectBytes(position, 3000);
-    int64_t expected = 0;
-    for (const auto& call : s.file.Reads()) {
-        EXPECT_EQ(call.offset, expected);
-        EXPECT_EQ(call.size, kBlock);
-        expected += kBlock;
-    }
-    EXPECT_GE(expected, 6 * kBlock);
-}
-
 TEST(FileReader, TrickModeReadsStraightFromThePlayer) {
     LogCapture log;
     Streaming s(Pattern(5 * kBlock), 4);
@@ -125,22 +110,6 @@ TEST(FileReader, TrickModeReadsStraightFromThePlayer) {
     s.reader->ResumeBuffering();
     for (int64_t position = 0; position < 5 * kBlock; position += 4096)
         s.ExpectBytes(position, 4096);
-}
-
-TEST(FileReader, AFailedFillEndsAllReads) {
-    for (const uint32_t call : {0u, 1u, 3u}) {
-        LogCapture log;
-        Streaming s(Pattern(8 * kBlock), 4);
-        s.file.fault = MemoryFile::Fault::Over;
-        s.file.failing.first = call;
-        s.Open();
-        int64_t position = 0;
-        while (s.Read(position, 60000) == ReadStatus::Done)
-            position += 60000;
-        ASSERT_LT(position, 8 * kBlock);
-        EXPECT_EQ(s.Read(0, 1), ReadStatus::Failed);
-        EXPECT_EQ(log.Count("[159]:"), 1);
-    }
 }
 
 }  // namespace
