@@ -182,6 +182,20 @@ TEST(Information, DescribesH264) {
     }
 }
 
+TEST(Information, JudgesLevelsByThePictureSize) {
+    const auto at = [](std::string_view sps, uint32_t level) {
+        Bytes nal = Hex(sps);
+        nal[3] = static_cast<uint8_t>(level);
+        return InfoOf(AvcEntry(AvcC(4, {nal}, {})));
+    };
+    const std::pair<uint32_t, uint32_t> buffered[] = {{10, 2}, {30, 2}, {31, 2}, {32, 2}, {40, 4}, {41, 4}, {42, 4}, {50, 13}, {51, 15}};
+    for (const auto& [level, frames] : buffered)  // 8160 macroblocks and two references
+        EXPECT_EQ(at("67640028 ACB603C01132", level).decFrameBuffering, frames) << level;
+    const std::pair<uint32_t, uint32_t> raised[] = {{10, 10}, {12, 20}, {13, 21}, {20, 22}, {21, 30}, {22, 32}, {30, 40}, {31, 40}, {32, 40}, {51, 51}};
+    for (const auto& [level, expected] : raised)  // 1188 macroblocks and one frame stated
+        EXPECT_EQ(at("67640015 ACB60581BD00F162D280", level).level, expected) << level;
+}
+
 TEST(Information, DescribesSound) {
     const auto aac = [](const char* config, uint8_t flags) { return AudioEntry("mp4a", Esds(Hex(config), flags)); };
     const auto other = [](const char* type, const char* config) { return AudioEntry(type, Esds(Hex(config))); };
@@ -228,6 +242,10 @@ TEST(Information, ConvertsTimes) {
     EXPECT_EQ(KivMp4Unsupported(), -1);
 }
 
+// A parameter set that states everything: chroma, scaling, cropping, aspect, signal, timing and both decoders' buffers.
+constexpr std::string_view kFullSps =
+    "6764000B 91A000544DA4C2C48D4BFF800180015A808080D2800001F48000753068480CA03240650192BDEF7C480CA03257BDEEF8B168B0";
+
 TEST(Forgeries, AnySetOfTablesAndAnyWordsInThem) {
     const uint32_t most = 0xFFFFFFFF, top = 0x80000000;
     const std::pair<const char*, std::vector<Numbers>> forged[] = {
@@ -252,6 +270,29 @@ TEST(Forgeries, AnySetOfTablesAndAnyWordsInThem) {
     for (const Bytes& entry : {AudioEntry("mp4a", Esds({0x12})), AudioEntry("mp4a", Esds({0x12, 0x10}), 999), AvcEntry(zeros),
                                AudioEntry("mp4a", inside, 1), AvcEntry(Join({Hex("0164000BFF1F"), Bytes(40, 0xFF)}))})
         cases.push_back({{"stsd", Stsd({entry})}});
+    const Bytes record = AvcC(4, {Hex(kFullSps)}, {Nal(9)}), esds = Esds({0x11, 0x90}, 0xE0);
+    const auto cut = [&cases](const char* type, const Bytes& box, auto around) {  // at every length
+        for (size_t length = 0; length < std::min<size_t>(box.size() - 8, 90); length++)
+            cases.push_back({{type, around(Bytes(box.begin() + 8, box.begin() + 8 + static_cast<std::ptrdiff_t>(length)))}});
+    };
+    for (const Bytes& box : {FullBox("tkhd", Bytes(80), 0, 1), FullBox("tkhd", Bytes(92), 1, 1), Words("mdhd", {0, 0, 9, 9, 0}),
+                             Words("mdhd", {0, 0, 0, 0, 9, 0, 9, 0}, 1), Words("stsz", {0, 2, 9, 9}), Words("stts", {1, 10, 3}),
+                             Words("ctts", {1, 10, 3}), Words("stss", {2, 1, 5}), Words("stsc", {1, 1, 1, 1}),
+                             Words("stco", {1, 48}), Stsd({VideoTrack().entry}), Stsd({AudioTrack().entry})}) {
+        const std::string type(box.begin() + 4, box.begin() + 8);
+        cut(type.c_str(), box, [&](const Bytes& content) { return Box(type, content); });
+    }
+    cut("edts", Words("elst", {2, 5, most, 0, 9, 0, 0}), [](const Bytes& content) { return Box("edts", Box("elst", content)); });
+    cut("edts", Words("elst", {2, 0, 5, most, most, 0, 0, 9, 0, 0, 0}, 1),
+        [](const Bytes& content) { return Box("edts", Box("elst", content)); });
+    cut("stsd", Box("avcC", record), [](const Bytes& content) { return Stsd({AvcEntry(content)}); });
+    for (size_t bit = 64; bit < 8 * record.size(); bit++) {  // and each element of a parameter set replaced by zeros
+        Bytes cleared = record;
+        cleared[bit / 8] = static_cast<uint8_t>(cleared[bit / 8] & ~(0xFF >> bit % 8));
+        std::fill(cleared.begin() + static_cast<std::ptrdiff_t>(bit / 8) + 1, cleared.end(), uint8_t{0});
+        cases.push_back({{"stsd", Stsd({AvcEntry(cleared)})}});
+    }
+    cut("stsd", esds, [](const Bytes& content) { return Stsd({AudioEntry("mp4a", Box("esds", content))}); });
     const char* tables[] = {"stsz", "stsc", "stco", "stts", "stss", "ctts"};
     for (unsigned mask = 0; mask < 64; mask++) {
         Replace& without = cases.emplace_back();
@@ -260,7 +301,8 @@ TEST(Forgeries, AnySetOfTablesAndAnyWordsInThem) {
                 without[tables[i]] = {};
         }
     }
-    for (const Replace& replace : cases) {
+    for (size_t number = 0; number < cases.size(); number += SweepStep()) {
+        const Replace& replace = cases[number];
         SCOPED_TRACE(testing::PrintToString(replace));
         Movie movie{.tracks = {VideoTrack(10), AudioTrack(12)}};
         movie.tracks[0].replace = {{"stss", Words("stss", {3, 1, 4, 8})}, {"ctts", Words("ctts", {2, 5, 3000, 5, 6000})}};
@@ -268,7 +310,7 @@ TEST(Forgeries, AnySetOfTablesAndAnyWordsInThem) {
             movie.tracks[0].replace[type] = box;
         Session session(movie);
         session.Exercise();
-        EXPECT_EQ(session.tracks, 2u);
+        EXPECT_TRUE(session.tracks == 1 || session.tracks == 2) << session.tracks;
     }
 }
 
