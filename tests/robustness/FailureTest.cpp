@@ -50,6 +50,7 @@ TEST(Failures, OfEveryCallEndInADocumentedResult) {
     const Way ways[] = {
         {"heap once", Victim::Heap, Fault::None, 1},
         {"heap for ever", Victim::Heap, Fault::None, FailingCall::kForEver},
+        {"heap for ever, and the player's memory", Victim::Heap, Fault::Empty, FailingCall::kForEver},
         {"player's memory once", Victim::Memory, Fault::None, 1},
         {"player's memory for ever", Victim::Memory, Fault::None, FailingCall::kForEver},
         {"short by one", Victim::Read, Fault::Short, 1},
@@ -77,6 +78,8 @@ TEST(Failures, OfEveryCallEndInADocumentedResult) {
                                       : way.victim == Victim::Memory ? session.memory.failing
                                                                      : session.file.failing;
                 victim.first = n;
+                if (way.victim == Victim::Heap && way.fault == Fault::Empty)
+                    session.memory.failing.first = 0;
                 victim.count = way.count;
                 session.Exercise();
                 if (way.victim == Victim::Read && session.demux && KivMp4Rewind(session.demux) == 0) {
