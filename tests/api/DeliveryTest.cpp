@@ -56,7 +56,7 @@ TEST(Delivery, EndsAndRewinds) {
 }
 
 TEST(Delivery, FormatsUnits) {
-    const Bytes sps = Hex("67 64 00 0B AC D9 42 C4 E8 40"), pps = Hex("68 EE 3C 80"), n5 = Nal(5), big = Nal(70000), none;
+    const Bytes sps = Hex("67 64 00 0B AC D9 42 C4 E8 40"), pps = Hex("68 EE 3C 80"), n5 = Nal(5), none;
     const Bytes visual = Hex("000001B0 03 000001B5 09 00000100"), layer = Hex("00000120 00 C4 88"), start = Hex("000001");
     const Bytes wave = Hex("0600 0100 401F0000 401F0000 0100 0800 0000 0000"), plain = Prefixed(4, {n5});
     const Bytes set = Join({start, sps, Started({pps})});
@@ -193,7 +193,6 @@ int64_t FirstOf(const std::vector<Unit>& units, uint32_t track, int64_t ticks) {
 
 TEST(Navigation, MovesAllTracks) {
     enum { kNext, kBack, kJump };
-    const int64_t most = std::numeric_limits<int64_t>::max();
     const Bytes keys = Words("stss", {3, 1, 31, 61}), unordered = Words("stss", {3, 61, 1, 31});
     const Bytes all;
     const std::string noNext = "W/ GetNextSyncUnit [993]:  Unable to get next Sync Sample \n";

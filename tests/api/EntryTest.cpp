@@ -127,9 +127,11 @@ Movie LargeMovie() {
     return movie;
 }
 
+// Gone again at random moments of its setup.
 TEST(Handle, ComesAndGoes) {
     const Bytes content = Mp4Builder::Build(LargeMovie());
-    for (uint32_t round = 1; round <= 300 && !HasFailure(); round++) {
+    const char* rounds = std::getenv("KIVMP4_ROUNDS");
+    for (uint32_t round = rounds ? static_cast<uint32_t>(std::atoi(rounds)) : 300; round > 0 && !HasFailure(); round--) {
         SCOPED_TRACE(round);
         Session session(content, size_t{1} << 20);
         session.file.delaySeed = round;

@@ -89,13 +89,11 @@ TEST(Opening, FindsTheMovieInEveryLayoutAndStatesItsDuration) {
         {"moov last",            {.moovLast = true}, 10000},
         {"64 bits everywhere",   {.wide = true, .mdatBox = Box64}, 10000},
         {"mdat to the end",      {.mdatBox = toTheEnd}, 10000},
-        {"boxes in front",       {.front = Join({Box64("wide", {}), Box("skip", Bytes(70000))})}, 10000},
         {"cut box behind",       {.moovLast = true, .back = Hex("00000100 66726565 00")}, 10000},
         {"duration cut off",     mvhd({0, 0, 90000, 10}), 1},
         {"no timescale",         mvhd({0, 0, 0, 6000}), 0},
         {"duration unknown",     mvhd({0, 0, 1000, most}), -10},
         {"header too short",     mvhd({0, 0, 600}), 0},
-        {"duration of 64 bits",  mvhd({0, 0, 0, 0, 1000, 1, 0}, 1), 42949672960},
         {"duration wraps",       mvhd({0, 0, 0, 0, 1000, 0x7FFFFFFF, most}, 1), -10},
     };
     for (const Case& c : cases) {
@@ -146,18 +144,14 @@ TEST(Information, DescribesH264) {
     struct Case { const char* name; Bytes record; uint32_t profile, level, refs, buffering; int64_t aspect; std::string log; };
     const Case cases[] = {
         {"baseline",             with("42000A DB0B1390"), 66, 10, 2, 4, 0, none},
-        {"1088 lines, level 40", with("640028 ACB603C01132"), 100, 40, 2, 4, 0, none},
         {"1088 lines, level 51", with("640033 ACB603C01132"), 100, 51, 2, 15, 0, none},
         {"too many references",  with("64001F ACB380A00B72"), 100, 32, 6, 6, 0, "BufferedFrames[5] < MaxRef[6] \n"},
         {"level not listed",     with("640034 ACB4162720"), 100, 52, 1, 1, 0, "BufferedFrames[0] < MaxRef[1] \n"},
         {"stated below",         with("64001E ACB605A093403C58B448"), 100, 32, 2, 3, 0, " decoded MaxBuffering[3] < Theoretical[5] \n"},
         {"stated as 1",          with("640015 ACB60581BD00F162D280"), 100, 30, 2, 1, 0, " decoded MaxBuffering[1] < Theoretical[4] \n"},
-        {"scaling matrix",       with("64000A AD00B6162720"), 100, 10, 2, 4, 0, none},
         {"4:4:4 with a matrix",  with("64000A 91A0016C2C4E40"), 100, 10, 2, 4, 0, none},
-        {"picture order type 0", with("64000A AC1B1AC2C4E4"), 100, 10, 2, 4, 0, none},
         {"picture order type 1", with("64000A ACA10A44C3EC2C4E8078B168B0"), 100, 10, 2, 4, 0, none},
         {"cropped",              with("64000A ACB61627D4B80804"), 100, 10, 2, 4, 1, none},
-        {"aspect 16",            with("64000A ACB61627620010"), 100, 10, 2, 4, 2, none},
         {"aspect 17",            with("64000A ACB61627622010"), 100, 10, 2, 4, 0, "Reserved Aspect Ratio found or Wrong parsing "},
         {"aspect of its own",    with("64000A ACB616277FE00040002010"), 100, 10, 2, 4, 0, none},
         {"cut short",            cut, 0, 0, 0, 0, 0, "E/ ReadExpGolombCode ["},
