@@ -13,10 +13,6 @@ Movie Boxes(uint32_t n) {
     return {.tracks = {VideoTrack()}, .front = boxes};
 }
 
-Movie Tracks(uint32_t n) {
-    return {.tracks = std::vector<Track>(n, AudioTrack(2))};
-}
-
 Movie OneChunk(uint32_t n) {
     Track track = AudioTrack(0);
     track.samples.assign(n, Bytes(1));
@@ -40,10 +36,6 @@ Movie LongTable(const char* type, const Numbers& first, const Numbers& entry, co
     movie.tracks[0].replace = {{"stss", Words("stss", {3, 1, 11, 21})}, {type, FullBox(type, words.Each(last, 4))}};
     return movie;
 }
-Movie ChunkMap(uint32_t n) { return LongTable("stsc", {1, 1, 1}, {2, 0, 1}, {2, 1, 1}, n); }
-Movie Times(uint32_t n) { return LongTable("stts", {10, 3000}, {0, 3000}, {20, 3000}, n); }
-Movie Offsets(uint32_t n) { return LongTable("ctts", {10, 0}, {0, 3000}, {20, 3000}, n); }
-
 double SecondsFor(const Bytes& content, size_t units) {
     Session session(content, size_t{128} << 20);
     const std::clock_t start = std::clock();
@@ -59,12 +51,12 @@ TEST(Limits, WorkGrowsWithTheFile) {
     struct Case { const char* name; Movie (*build)(uint32_t); uint32_t n, units; };
     const Case cases[] = {
         {"empty boxes", Boxes, 500000, 3},
-        {"tracks", Tracks, 10000, 100},
+        {"tracks", [](uint32_t n) { return Movie{.tracks = std::vector<Track>(n, AudioTrack(2))}; }, 10000, 100},
         {"samples in one chunk", OneChunk, 300000, 0},
         {"units of one byte in a sample", Nals, 1 << 19, 1},
-        {"chunk map entries without samples", ChunkMap, 1000000, 40},
-        {"times of no sample", Times, 1000000, 60},
-        {"offsets of no sample", Offsets, 1000000, 60},
+        {"chunk map entries without samples", [](uint32_t n) { return LongTable("stsc", {1, 1, 1}, {2, 0, 1}, {2, 1, 1}, n); }, 1000000, 40},
+        {"times of no sample", [](uint32_t n) { return LongTable("stts", {10, 3000}, {0, 3000}, {20, 3000}, n); }, 1000000, 60},
+        {"offsets of no sample", [](uint32_t n) { return LongTable("ctts", {10, 0}, {0, 3000}, {20, 3000}, n); }, 1000000, 60},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
