@@ -4,27 +4,16 @@
 namespace kivmp4::test {
 namespace {
 
-TEST(Delivery, FollowsTheFileAndTakesTheLowerTrackOfTwo) {
-    const Bytes same = Words("stco", {2, 32, 42});  // in the data, which begins behind "ftyp"
-    struct Case { std::vector<size_t> order; uint32_t perChunk; Replace replace; Numbers expected; };
-    const Case cases[] = {
-        {{0, 1, 0, 1, 0}, 1, {}, {0, 1, 0, 1, 0}},
-        {{1, 1, 0, 0, 0}, 1, {}, {1, 1, 0, 0, 0}},
-        {{0, 1, 0}, 2, {}, {0, 0, 1, 1, 0}},
-        {{1, 1, 0, 0, 0}, 1, {{"stco", same}}, {0, 1, 0, 1}},
-    };
-    for (const Case& c : cases) {
-        Movie movie{.tracks = {AudioTrack(c.replace.empty() ? 3 : 2), AudioTrack(2)}, .order = c.order, .moovLast = true};
-        for (Track& track : movie.tracks) {
-            track.samplesPerChunk = c.perChunk;
-            track.replace = c.replace;
-        }
+TEST(Delivery, TakesTheLowerTrackOfTwoAtOnePlace) {
+    Movie movie{.tracks = {AudioTrack(2), AudioTrack(2)}, .order = {1, 1, 0, 0}, .moovLast = true};
+    const std::vector<Numbers> expected = {{1, 1, 0, 0}, {0, 1, 0, 1}};
+    for (const Numbers& order : expected) {
         Session session(movie);
         ASSERT_TRUE(session.Start());
-        Numbers tracks;
-        for (const Unit& unit : session.Deliver())
-            tracks.push_back(unit.track);
-        EXPECT_EQ(tracks, c.expected);
+        for (const uint32_t track : order)
+            EXPECT_EQ(session.Deliver(1).at(0).track, track);
+        for (Track& track : movie.tracks)
+            track.replace["stco"] = Words("stco", {2, 32, 42});  // in the data, which begins behind "ftyp"
     }
 }
 
@@ -56,7 +45,7 @@ TEST(Delivery, EndsAndRewinds) {
 }
 
 TEST(Delivery, FormatsUnits) {
-    const Bytes sps = Hex("67 64 00 0B AC D9 42 C4 E8 40"), pps = Hex("68 EE 3C 80"), n5 = Nal(5), big = Nal(70000), none;
+    const Bytes sps = Hex("67 64 00 0B AC D9 42 C4 E8 40"), pps = Hex("68 EE 3C 80"), n5 = Nal(5), none;
     const Bytes visual = Hex("000001B0 03 000001B5 09 00000100"), layer = Hex("00000120 00 C4 88"), start = Hex("000001");
     const Bytes wave = Hex("0600 0100 401F0000 401F0000 0100 0800 0000 0000"), plain = Prefixed(4, {n5});
     const Bytes set = Join({start, sps, Started({pps})});
@@ -66,17 +55,14 @@ TEST(Delivery, FormatsUnits) {
     struct Case { const char* name; Bytes entry, sample, prefix, unit; };  // no `unit`: delivery fails
     const Case cases[] = {
         {"4-byte lengths",          avc(4), Prefixed(4, {n5, pps}), set, Started({n5, pps})},
-        {"3-byte lengths",          avc(3), Prefixed(3, {n5, big, n5}), set, Started({n5, big, n5})},
         {"2-byte lengths",          avc(2), Prefixed(2, {n5, pps}), set, Started({n5, pps})},
         {"1-byte lengths",          avc(1), Prefixed(1, {n5, pps}), set, Started({n5, pps})},
         {"empty unit in front",     avc(4), Prefixed(4, {none, n5}), set, Started({none, n5})},
         {"empty unit at the end",   avc(4), Prefixed(4, {n5, none}), set, Started({n5})},
         {"three stray bytes",       avc(4), Join({plain, Bytes(3)}), set, Started({n5})},
-        {"one stray byte",          avc(1), Join({Prefixed(1, {n5}), {9}}), set, Started({n5})},
         {"one byte too long",       avc(4), Put().U32(6).Raw(n5), none, none},
         {"second unit too long",    avc(2), Put().Raw(Prefixed(2, {n5})).U16(9).Zero(8), none, none},
         {"length of all ones",      avc(4), Put().U32(0xFFFFFFFF).Raw(n5), none, none},
-        {"length with the top bit", avc(4), Put().U32(0x80000000).Raw(n5), none, none},
         {"two sets of each",        record(AvcC(4, {sps, n5}, {pps, n5})), plain,
                                     Join({start, sps, start, n5, Started({pps, n5})}), Started({n5})},
         {"no sequence set",         record(AvcC(4, {}, {pps})), plain, Started({pps}), Started({n5})},
@@ -84,7 +70,6 @@ TEST(Delivery, FormatsUnits) {
         {"sets behind the record",  record(Hex("01 64 00 0B FF E2 0002 6764 FFFF 00")), plain, none, none},
         {"set counts missing",      record(Hex("01 64 00 0B FF")), plain, none, none},
         {"visual headers dropped",  mp4v(Join({visual, layer})), n5, layer, n5},
-        {"no layer header",         mp4v(visual), n5, none, n5},
         {"layer header too short",  mp4v(Hex("00000120")), n5, none, n5},
         {"AAC as it is",            AudioEntry("mp4a", Esds(Hex("1190"))), n5, none, n5},
         {"waveform as it is",       AudioEntry("alaw", Esds(wave)), n5, none, n5},
@@ -110,14 +95,14 @@ TEST(Delivery, FormatsUnits) {
 
 TEST(Delivery, GrowsThePayloadWithMarginAndKeepsWhatIsWritten) {
     const std::vector<Bytes> many(16000, Nal(1));  // behind one-byte lengths: 2 bytes become 5
-    Movie movie{.tracks = {VideoTrack(), AudioTrack()}, .order = {0, 0, 0, 0}};
+    Movie movie{.tracks = {VideoTrack(), AudioTrack()}, .order = {0, 1, 0, 0}};
     movie.tracks[0].entry = VideoEntry("avc1", Box("avcC", AvcC(1, {}, {})));
-    movie.tracks[0].samples = {Prefixed(1, many), Prefixed(1, {Nal(9)}), Prefixed(1, {Nal(9)}), Prefixed(1, many)};
-    movie.tracks[1].samples = {Nal(100), Nal(2148), Nal(2149), Nal(100)};
+    movie.tracks[0].samples = {Prefixed(1, many), Prefixed(1, {Nal(9)}), Prefixed(1, many)};
+    movie.tracks[1].samples = {Nal(60000), Nal(100), Nal(2148), Nal(2149), Nal(100)};
     Session session(movie);
     ASSERT_TRUE(session.Start());
     AccessUnit units[3] = {};
-    for (const size_t i : {0, 1, 2, 1})  // first where it stands; then away from the block behind
+    for (const size_t i : {0, 1, 2, 1})  // the first grows where it stands, the last has to move away from the block behind
         ASSERT_EQ(KivMp4GetNextUnit(session.demux, &units[i]), 0);
     for (const AccessUnit& unit : {units[0], units[1]})
         EXPECT_TRUE(Bytes(unit.payload, unit.payload + unit.size) == Started(many));
@@ -140,9 +125,6 @@ TEST(Delivery, TellsTimes) {
     struct Case { const char* name; uint32_t timescale; Bytes stts, ctts, edts; std::vector<Row> expected; };
     const Case cases[] = {
         {"composition", 30, one, Words("ctts", {2, 1, 2, 2, minusOne}, 1), none, {{0, 6000, 3000}, {3000, 0, 3000}, {6000, 3000, 3000}}},
-        {"above 2^24 rounded", 90000, times({3, 1, 16777217, 1, 4, 1, 1}), none, none,  // the third is 16777221: to even
-         {{0, 0, 16777216}, {16777216, 16777216, 4}, {16777220, 16777220, 1}}},
-        {"fraction cut off", 44100, times({1, 3, 1024}), none, none, {{0, 0, 2089}, {2089, 2089, 2089}, {4179, 4179, 2089}}},
         {"times run out", 90000, times({1, 1, 10}), Words("ctts", {1, 1, 5}), none, {{0, 5, 10}, {0, 0, 0}, {0, 0, 0}}},
         {"delay", 30000, times({1, 3, 1000}), Words("ctts", {1, 3, 1000}), edits({2, 500, minusOne, 0, 1000, 0, 0}),
          {{45000, 48000, 3000}, {48000, 51000, 3000}, {51000, 54000, 3000}}},
@@ -151,7 +133,6 @@ TEST(Delivery, TellsTimes) {
         {"three edits", 90000, one, none, edits({3, 500, minusOne, 0, 9, 0, 0, 9, 0, 0}), {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}}},
         {"media time 1 in 64 bits", 90000, one, none, edits({2, 0, 500, minusOne, minusOne, 0, 0, 9, 0, 1, 0}, 1),
          {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}}},
-        {"media time 1", 90000, one, none, edits({2, 500, minusOne, 0, 9, 1, 0}), {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -201,7 +182,6 @@ int64_t FirstOf(const std::vector<Unit>& units, uint32_t track, int64_t ticks) {
 
 TEST(Navigation, MovesAllTracks) {
     enum { kNext, kBack, kJump };
-    const int64_t most = std::numeric_limits<int64_t>::max();
     const Bytes keys = Words("stss", {3, 1, 31, 61}), unordered = Words("stss", {3, 61, 1, 31});
     const Bytes one = Words("stss", {1, 1}), beyond = Words("stss", {2, 1, 96}), all;
     const std::string noNext = "W/ GetNextSyncUnit [993]:  Unable to get next Sync Sample \n";
@@ -226,29 +206,20 @@ TEST(Navigation, MovesAllTracks) {
     };
     const Case cases[] = {
         {"next from the start",        keys,      -1, 0,  kNext, 0, 0, 30, 46, "D/ GetNextSyncUnit [1005]:  audioTS[88320]  Video[90000] \n"},
-        {"next from a key frame",      keys,      1,  30, kNext, 0, 0, 60, 93, ""},
         {"next from the last",         keys,      -1, 60, kNext, 0, 1, 60, 0, noNext},
         {"next from the end",          keys,      -1, 90, kNext, 0, 1, -1, 0, noNext},
         {"back from behind the last",  keys,      -1, 61, kBack, 0, 0, 0, 0, ""},
-        {"back from the last",         keys,      1,  60, kBack, 0, 0, 30, 46, "D/ GetPrevSyncUnit [955]:  audioTS[88320]  Video[90000] \n"},
         {"back from the second",       keys,      -1, 30, kBack, 0, 0, 0, 0, ""},
-        {"back from the first",        keys,      -1, 0,  kBack, 0, 0, 0, 0, ""},
-        {"back with one key frame",    one,       -1, 45, kBack, 0, 0, 0, 0, ""},
         {"next without a table",       all,       -1, 10, kNext, 0, 1, 10, 0, noNext},
         {"back without a table",       all,       -1, 10, kBack, 0, 1, 10, 0, noBack},
         {"next, table not in order",   unordered, -1, 0,  kNext, 0, 0, 30, 46, ""},
         {"next without video",         keys,      0,  5,  kNext, 0, -1, 5, 0, nextless},
         {"back without video",         keys,      0,  5,  kBack, 0, -1, 5, 0, backless},
         {"to the start",               keys,      -1, 50, kJump, 0, 0, 0, 0, reset},
-        {"nearer to the first",        keys,      -1, 50, kJump, 44999, 0, 0, 0, reset},
         {"a tie goes to the later",    keys,      -1, 50, kJump, 45000, 0, 30, 46, "D/ JumpPTS [898]: JumpPTS():  " + key},
-        {"nearer to the second",       keys,      1,  1,  kJump, 134999, 0, 30, 46, "D/ JumpPTS [874]:  " + key},
         {"tie between the others",     keys,      -1, 1,  kJump, 135000, 0, 60, 93, "D/ JumpPTS [888]: AUDIO/Text: OldIndex[0]\tNewIndex[93] TS[178560] offset["},
         {"behind the last key frame",  keys,      -1, 1,  kJump, 210000, 0, 70, 109, "D/ JumpPTS [874]:  Is this an I-Frame:   N\n"},
-        {"to where it stands",         keys,      -1, 60, kJump, 180000, 0, 60, 93, "D/ JumpPTS [874]:  " + key},
-        {"the last sample but one",    keys,      -1, 80, kJump, 266999, 0, 88, 137, ""},
         {"the last sample",            keys,      -1, 50, kJump, 267000, -2, 50, 0, nowhere},
-        {"far behind",                 keys,      -1, 50, kJump, most, -2, 50, 0, nowhere},
         {"before the start",           keys,      -1, 50, kJump, -1, -2, 50, 0, nowhere},
         {"a key frame behind the end", beyond,    -1, 50, kJump, 255000, 0, 0, 0, reset},
         {"jump without a table",       all,       -1, 10, kJump, 90000, -2, 10, 0, "E/ GetJumpSampleIndex [763]:  Cannot start \n"},

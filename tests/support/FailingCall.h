@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 
 namespace kivmp4::test {
@@ -17,5 +18,11 @@ struct FailingCall {
         return call >= first && call - first < count;
     }
 };
+
+/// More than 1 where the tests are slow: under an emulator only each n-th failure is tried, on files so much smaller.
+inline uint32_t SweepStep() {
+    const char* step = std::getenv("KIVMP4_SWEEP_STEP");
+    return step ? static_cast<uint32_t>(std::atoi(step)) : 1;
+}
 
 }  // namespace kivmp4::test

@@ -22,10 +22,6 @@ class MemoryFile {
 
 public:
     enum class Fault { None, Short, Over, Error, Empty };
-    struct ReadCall {
-        int64_t offset;
-        uint32_t size;
-    };
 
     explicit MemoryFile(Bytes content) : bytes(std::move(content)) {}
 
@@ -41,7 +37,7 @@ public:
     FileInterface* Interface() { return &interface; }
     int Opens() const { return opens; }
     int Closes() const { return closes; }
-    std::vector<ReadCall> Reads() { return Locked([&] { return reads; }); }
+    std::vector<int64_t> Reads() { return Locked([&] { return reads; }); }
     std::vector<std::string> Violations() { return Locked([&] { return violations; }); }
 
 private:
@@ -53,7 +49,7 @@ private:
                 violations.push_back("read of " + std::to_string(size) + " at " + std::to_string(offset));
             if (delaySeed)
                 delaySeed = delaySeed * 48271u + 11;
-            reads.push_back({offset, size});
+            reads.push_back(offset);
         });
         if (delaySeed)
             std::this_thread::sleep_for(std::chrono::microseconds((delaySeed >> 8) % 200));
@@ -92,7 +88,7 @@ private:
     std::atomic<int> opens = 0, closes = 0;
     std::atomic<bool> inRead = false;
     std::map<std::thread::id, uint32_t> asks;
-    std::vector<ReadCall> reads;
+    std::vector<int64_t> reads;  // their offsets
     int64_t told = 0;  // the greatest size that was ever answered
     std::vector<std::string> violations;
 };
