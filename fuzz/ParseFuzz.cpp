@@ -51,9 +51,8 @@ void LookUp(Track& track, int32_t sample, uint32_t random) {
 
 // Samples forward, backward, at random, and where none is; the script tells which of these come first.
 void Exercise(Track& track, FileMovie& movie, uint32_t random) {
-    CodecInfo info = {}, again = {};
-    const bool described = track.GetTrackInfo(&info, 0);
-    Require(track.GetTrackInfo(&again, 0) == described && !std::memcmp(&info, &again, sizeof info), "one description");
+    CodecInfo info = {};
+    (void)track.GetTrackInfo(&info, 0);
     (void)track.SelectUnitHandler(&info);
     UnitHandler* handler = track.GetUnitHandler();
     AccessUnit unit = {};
@@ -90,12 +89,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t capacity = sizeof heapMemory - input.Next() / 4 * size_t{1504};
     ByteSource source(input);
     Memory memory{.largest = 32 << 10, .refuseFrom = input.Next()};
-    const uint32_t random = input.Next();
     Require(CreateModuleHeap(heapMemory, capacity) && HeapIsEmpty(capacity), "a new heap is empty");
     auto* root = ModuleNew<Mp4Box>(&memory.interface, &source, int64_t{0}, source.GetSize(), 0u, 0u);
     if (FileMovie* movie = root ? ModuleNew<FileMovie>(root, &memory.interface, 0) : nullptr) {
         for (uint32_t track = 0; track < std::min<uint32_t>(movie->TrackCount(), 4); ++track)
-            Exercise(*movie->GetTrack(track), *movie, random + track);
+            Exercise(*movie->GetTrack(track), *movie, input.Next());
         ModuleDelete(movie);
         root = nullptr;  // the movie's
     }
