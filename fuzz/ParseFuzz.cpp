@@ -36,7 +36,7 @@ bool HeapIsEmpty(size_t capacity) {
 }
 
 void LookUp(Track& track, int32_t sample, uint32_t random) {
-    const int64_t hostile[] = {0, -1, INT64_MIN, INT64_MAX, random};
+    const int64_t hostile[] = {0, -1, INT64_MIN, INT64_MAX, track.GetSampleOffset(sample)};
     (void)track.GetDecodeTime(sample);
     (void)track.GetSampleDuration(sample);
     (void)track.GetPrevSyncSample(sample);
@@ -64,11 +64,12 @@ void Exercise(Track& track, FileMovie& movie, uint32_t random) {
         const uint32_t samples[] = {step, count - 1 - step, random / 256 % std::max(count, 1u), hostile[step]};
         const int32_t sample = static_cast<int32_t>(samples[(ask / 8 + first) % 4]);
         LookUp(track, sample, random >> 8);
-        const int64_t offset = track.GetSampleOffset(sample);
         if (!handler)
             continue;
         unit.size = 0;
-        handler->Reset();
+        if (random & 1)
+            handler->Reset();
+        const int64_t offset = track.GetSampleOffset(sample);
         const int32_t size = handler->FormatUnit(unit, movie, offset, track.GetSampleSize(sample));
         Require(unit.size >= 0 && unit.size <= unit.capacity && (!size || size == unit.size), "units fit their block");
     }
@@ -98,8 +99,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         root = nullptr;  // the movie's
     }
     delete root;
-    Require(HeapIsEmpty(capacity), "everything goes back to the module heap");
-    Require(memory.outstanding == 0, "everything goes back to the player");
+    Require(HeapIsEmpty(capacity) && memory.outstanding == 0, "everything goes back to where it came from");
     DestroyModuleHeap();
     return 0;
 }
