@@ -1,5 +1,4 @@
-// Mutations that know boxes: hostile numbers in their fields; whole boxes copied, dropped, grown, with the sizes around
-// them put right or left wrong.
+// Mutations that know boxes: hostile numbers in them; whole ones copied, dropped, grown, mostly with the right sizes.
 #include <algorithm>
 #include <cstdint>
 #include <numeric>
@@ -21,8 +20,8 @@ struct Mutation {
     Bytes bytes;
     const size_t maxSize;
     std::minstd_rand random;
-    size_t scriptSize = bytes.empty() ? 0 : std::min<size_t>(bytes.back(), bytes.size() - 1);  // at the end, behind it
-    std::vector<Box> boxes = {};                                                                // a byte for its size
+    size_t scriptSize = bytes.empty() ? 0 : std::min<size_t>(bytes.back(), bytes.size() - 1);
+    std::vector<Box> boxes = {};
 
     void Apply() {
         List(0, bytes.size() - std::min(bytes.size(), scriptSize + 1), 0);
@@ -86,14 +85,13 @@ struct Mutation {
     // Fields mostly stand on multiples of four from the box's beginning, the telling ones early.
     void SetNumber(const Box& box) {
         const size_t width = Below(6) ? 4 : size_t{1} << Below(4), size = box.end - box.begin;
-        const size_t at = box.begin + Below(Below(4) ? std::min<size_t>(size, 40) : size) / width * width;
-        if (at + width > box.end)
-            return;
+        const size_t from = Below(Below(4) ? std::min<size_t>(size, 40) : size) / width * width;
+        const size_t at = box.begin + std::min(from, size - width);
         const uint64_t now = Load(at, width), hostile = kHostile[Below(std::size(kHostile))];
         Store(at, width, Below(4) ? hostile : now + Below(3) - 1);
     }
 
-    // Its own size follows, unless it grew beyond what a byte tells.
+    // The script stands at the end, behind it a byte for its size, which follows.
     void ChangeScript() {
         const size_t script = bytes.size() - 1 - scriptSize;
         Havoc(script, bytes.size() - 1);

@@ -36,7 +36,7 @@ bool HeapIsEmpty(size_t capacity) {
 }
 
 void LookUp(Track& track, int32_t sample, uint32_t random) {
-    const int64_t hostile[] = {0, -1, INT64_MIN, INT64_MAX, random};
+    const int64_t hostile[] = {0, -1, INT64_MIN, INT64_MAX, track.GetSampleOffset(sample)};
     (void)track.GetDecodeTime(sample);
     (void)track.GetSampleDuration(sample);
     (void)track.GetPrevSyncSample(sample);
@@ -51,9 +51,8 @@ void LookUp(Track& track, int32_t sample, uint32_t random) {
 
 // Samples forward, backward, at random, and where none is; the script tells which of these come first.
 void Exercise(Track& track, FileMovie& movie, uint32_t random) {
-    CodecInfo info = {}, again = {};
-    const bool described = track.GetTrackInfo(&info, 0);
-    Require(track.GetTrackInfo(&again, 0) == described && !std::memcmp(&info, &again, sizeof info), "one description");
+    CodecInfo info = {};
+    (void)track.GetTrackInfo(&info, 0);
     (void)track.SelectUnitHandler(&info);
     UnitHandler* handler = track.GetUnitHandler();
     AccessUnit unit = {};
@@ -65,11 +64,12 @@ void Exercise(Track& track, FileMovie& movie, uint32_t random) {
         const uint32_t samples[] = {step, count - 1 - step, random / 256 % std::max(count, 1u), hostile[step]};
         const int32_t sample = static_cast<int32_t>(samples[(ask / 8 + first) % 4]);
         LookUp(track, sample, random >> 8);
-        const int64_t offset = track.GetSampleOffset(sample);
         if (!handler)
             continue;
         unit.size = 0;
-        handler->Reset();
+        if (random & 1)
+            handler->Reset();
+        const int64_t offset = track.GetSampleOffset(sample);
         const int32_t size = handler->FormatUnit(unit, movie, offset, track.GetSampleSize(sample));
         Require(unit.size >= 0 && unit.size <= unit.capacity && (!size || size == unit.size), "units fit their block");
     }
@@ -90,18 +90,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t capacity = sizeof heapMemory - input.Next() / 4 * size_t{1504};
     ByteSource source(input);
     Memory memory{.largest = 32 << 10, .refuseFrom = input.Next()};
-    const uint32_t random = input.Next();
     Require(CreateModuleHeap(heapMemory, capacity) && HeapIsEmpty(capacity), "a new heap is empty");
     auto* root = ModuleNew<Mp4Box>(&memory.interface, &source, int64_t{0}, source.GetSize(), 0u, 0u);
     if (FileMovie* movie = root ? ModuleNew<FileMovie>(root, &memory.interface, 0) : nullptr) {
         for (uint32_t track = 0; track < std::min<uint32_t>(movie->TrackCount(), 4); ++track)
-            Exercise(*movie->GetTrack(track), *movie, random + track);
+            Exercise(*movie->GetTrack(track), *movie, input.Next());
         ModuleDelete(movie);
         root = nullptr;  // the movie's
     }
     delete root;
-    Require(HeapIsEmpty(capacity), "everything goes back to the module heap");
-    Require(memory.outstanding == 0, "everything goes back to the player");
+    Require(HeapIsEmpty(capacity) && memory.outstanding == 0, "everything goes back to where it came from");
     DestroyModuleHeap();
     return 0;
 }

@@ -41,7 +41,6 @@ struct Memory {
     uint32_t calls = 0, outstanding = 0;
     const ClientAllocator interface = {this, Allocate, Free};
 
-private:
     static void* Allocate(void* context, size_t alignment, size_t size) {
         Memory& memory = *static_cast<Memory*>(context);
         Require(alignment == 1 || alignment == 4 || alignment == 8, "alignments are 1, 4 or 8");
