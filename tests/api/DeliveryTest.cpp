@@ -183,7 +183,7 @@ int64_t FirstOf(const std::vector<Unit>& units, uint32_t track, int64_t ticks) {
 TEST(Navigation, MovesAllTracks) {
     enum { kNext, kBack, kJump };
     const Bytes keys = Words("stss", {3, 1, 31, 61}), unordered = Words("stss", {3, 61, 1, 31});
-    const Bytes one = Words("stss", {1, 1}), beyond = Words("stss", {2, 1, 96}), all;
+    const Bytes beyond = Words("stss", {2, 1, 96}), all;
     const std::string noNext = "W/ GetNextSyncUnit [993]:  Unable to get next Sync Sample \n";
     const std::string noBack = "W/ GetPrevSyncUnit [943]:  Unable to get previous Sync Sample  \n";
     const std::string nextless = "E/ GetNextSyncUnit [984]:  Couldn't get Video track \n";
