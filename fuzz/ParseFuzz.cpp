@@ -89,17 +89,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     const size_t capacity = sizeof heapMemory - input.Next() / 4 * size_t{1504};
     ByteSource source(input);
-    Memory memory{.largest = 32 << 10, .refuseFrom = input.Next()};
+    Memory memory(32 << 10, input.Next());
     Require(CreateModuleHeap(heapMemory, capacity) && HeapIsEmpty(capacity), "a new heap is empty");
-    auto* root = ModuleNew<Mp4Box>(&memory.interface, &source, int64_t{0}, source.GetSize(), 0u, 0u);
-    if (FileMovie* movie = root ? ModuleNew<FileMovie>(root, &memory.interface, 0) : nullptr) {
+    auto* root = ModuleNew<Mp4Box>(memory.Interface(), &source, int64_t{0}, source.GetSize(), 0u, 0u);
+    if (FileMovie* movie = root ? ModuleNew<FileMovie>(root, memory.Interface(), 0) : nullptr) {
         for (uint32_t track = 0; track < std::min<uint32_t>(movie->TrackCount(), 4); ++track)
             Exercise(*movie->GetTrack(track), *movie, input.Next());
         ModuleDelete(movie);
         root = nullptr;  // the movie's
     }
     delete root;
-    Require(HeapIsEmpty(capacity) && memory.outstanding == 0, "everything goes back to where it came from");
+    Require(HeapIsEmpty(capacity) && memory.AllIsBack(), "everything goes back to where it came from");
     DestroyModuleHeap();
     return 0;
 }

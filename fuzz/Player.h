@@ -1,7 +1,7 @@
-// What the fuzz targets share: the parts of an input, checks that hold in every build, and the player's memory.
+// What the fuzz targets share: the parts of an input, checks that hold in every build, and memory that is scarce.
 #pragma once
 
-#include "KivMp4.h"
+#include "support/FailingAllocator.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -34,28 +34,13 @@ struct Input {
     size_t fileSize;
 };
 
-/// The player's memory functions, one thread at a time. Blocks are aligned no better than asked.
-struct Memory {
-    size_t largest = 0;       // larger blocks are refused
-    uint32_t refuseFrom = 0;  // number of the call from which all are refused; 0: none
-    uint32_t calls = 0, outstanding = 0;
-    const ClientAllocator interface = {this, Allocate, Free};
-
-    static void* Allocate(void* context, size_t alignment, size_t size) {
-        Memory& memory = *static_cast<Memory*>(context);
-        Require(alignment == 1 || alignment == 4 || alignment == 8, "alignments are 1, 4 or 8");
-        if (size > memory.largest || (++memory.calls >= memory.refuseFrom && memory.refuseFrom))
-            return nullptr;
-        ++memory.outstanding;
-        uint8_t* block = static_cast<uint8_t*>(std::malloc(alignment + size)) + alignment;
-        block[-1] = static_cast<uint8_t>(alignment);
-        return block;
+/// @param refuseFrom  number of the call from which all blocks are refused; 0: none
+struct Memory : test::FailingAllocator {
+    Memory(size_t most, uint32_t refuseFrom) {
+        largest = most;
+        failing.first = refuseFrom - 1;
     }
-    static void Free(void* context, void* pointer) {
-        Require(static_cast<Memory*>(context)->outstanding-- > 0, "a block is freed once");
-        uint8_t* block = static_cast<uint8_t*>(pointer);
-        std::free(block - block[-1]);
-    }
+    bool AllIsBack() const { return Outstanding() == 0 && Violations().empty(); }
 };
 
 }  // namespace kivmp4::fuzz

@@ -2,15 +2,10 @@
 #include "platform/Heap.h"
 #include "support/Session.h"
 
-
 namespace kivmp4::test {
 namespace {
 
 FailingCall* heapCalls = nullptr;  // of the run that is on
-
-bool HeapFails() {
-    return heapCalls && heapCalls->Fails();
-}
 
 }  // namespace
 
@@ -19,12 +14,12 @@ using platform::Heap;
 void* AllocateOfHeap(Heap*, size_t size, uint32_t mark) asm("__real_" KIVMP4_HEAP_ALLOCATE);
 void* AllocateOrFail(Heap* heap, size_t size, uint32_t mark) asm("__wrap_" KIVMP4_HEAP_ALLOCATE);
 void* AllocateOrFail(Heap* heap, size_t size, uint32_t mark) {
-    return HeapFails() ? nullptr : AllocateOfHeap(heap, size, mark);
+    return heapCalls && heapCalls->Fails() ? nullptr : AllocateOfHeap(heap, size, mark);
 }
 void* AlignedOfHeap(Heap*, size_t alignment, size_t size, uint32_t mark) asm("__real_" KIVMP4_HEAP_ALIGNED);
 void* AlignedOrFail(Heap* heap, size_t alignment, size_t size, uint32_t mark) asm("__wrap_" KIVMP4_HEAP_ALIGNED);
 void* AlignedOrFail(Heap* heap, size_t alignment, size_t size, uint32_t mark) {
-    return HeapFails() ? nullptr : AlignedOfHeap(heap, alignment, size, mark);
+    return heapCalls && heapCalls->Fails() ? nullptr : AlignedOfHeap(heap, alignment, size, mark);
 }
 
 namespace {

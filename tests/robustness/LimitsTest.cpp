@@ -7,10 +7,7 @@ namespace kivmp4::test {
 namespace {
 
 Movie Boxes(uint32_t n) {
-    Put boxes;
-    for (uint32_t i = 0; i < n; i++)
-        boxes.Raw(Hex("00000008 66726565"));
-    return {.tracks = {VideoTrack()}, .front = boxes};
+    return {.tracks = {VideoTrack()}, .front = Join(std::vector<Bytes>(n, Hex("00000008 66726565")))};
 }
 
 Movie OneChunk(uint32_t n) {
@@ -36,6 +33,7 @@ Movie LongTable(const char* type, const Numbers& first, const Numbers& entry, co
     movie.tracks[0].replace = {{"stss", Words("stss", {3, 1, 11, 21})}, {type, FullBox(type, words.Each(last, 4))}};
     return movie;
 }
+
 double SecondsFor(const Bytes& content, size_t units) {
     Session session(content, size_t{128} << 20);
     const std::clock_t start = std::clock();

@@ -15,18 +15,17 @@ namespace kivmp4::test {
 class FailingAllocator {
 public:
     FailingCall failing;
+    size_t largest = size_t{64} << 20;  // larger blocks are refused
 
     ClientAllocator* Interface() { return &interface; }
     size_t Outstanding() const { return blocks.size(); }
     const std::vector<std::string>& Violations() const { return violations; }
 
 private:
-    static constexpr size_t kLargest = size_t{64} << 20;
-
     void* Allocate(size_t alignment, size_t size) {
         if (alignment != 1 && alignment != 4 && alignment != 8)
             violations.push_back("alignment " + std::to_string(alignment));
-        if (failing.Fails() || size > kLargest)
+        if (failing.Fails() || size > largest)
             return nullptr;
         auto raw = std::make_unique<uint8_t[]>(size + 2 * alignment);
         // Odd multiples of the alignment only: address % (2 * alignment) == alignment.

@@ -1,13 +1,12 @@
 // Redirects standard error into a temporary file for its life, whichever thread writes there.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <unistd.h>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#include <sanitizer/common_interface_defs.h>
-#endif
+extern "C" [[gnu::weak]] void __sanitizer_set_report_fd(void*);  // null without a sanitizer
 
 namespace kivmp4::test {
 
@@ -41,12 +40,11 @@ public:
 
 private:
     // The sanitizers' reports stay visible.
-    static void Redirect(int target, [[maybe_unused]] int reports) {
+    static void Redirect(int target, int reports) {
         std::fflush(stderr);
         dup2(target, 2);
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-        __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(reports)));
-#endif
+        if (__sanitizer_set_report_fd)
+            __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(reports)));
     }
 
     std::FILE* file;
