@@ -29,8 +29,8 @@ int32_t FetchUnit(TrackCursor& cursor, FileMovie* movie, AccessUnit* unit) {
         return -1;
     unit->duration = track.GetSampleDuration(sample);
     unit->isSync = track.GetPrevSyncSample(sample) == sample ? 1 : 0;
-    unit->pts = track.GetPresentationTime(sample);
     unit->dts = track.GetDecodeTime(sample);
+    unit->pts = track.GetPresentationTime(sample, unit->dts);
     unit->isVideo = track.IsVideo() ? 1 : 0;
     cursor.MoveTo(sample + 1);
     return 0;

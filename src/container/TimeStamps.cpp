@@ -1,8 +1,6 @@
 // Walks over the time tables.
 #include "container/TimeStamps.h"
 
-#include "support/Wrap.h"
-
 namespace kivmp4 {
 namespace {
 
@@ -108,11 +106,6 @@ int32_t TimeStamps::CompositionUnits(int32_t sample) {
 }
 
 int64_t TimeStamps::GetCompositionOffset(int32_t sample) { return ToTicks(CompositionUnits(sample)); }
-
-int64_t TimeStamps::GetPresentationTime(int32_t sample) {
-    const int64_t decodeTime = GetDecodeTime(sample);
-    return WrapAdd(decodeTime, GetCompositionOffset(sample));
-}
 
 int32_t TimeStamps::GetSampleIndex(int64_t time) {
     const int64_t target = ToMediaUnits(WrapSubtract(time, initialOffset));

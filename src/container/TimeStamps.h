@@ -5,6 +5,7 @@
 
 #include "container/BoxContent.h"
 #include "container/SparseMarks.h"
+#include "support/Wrap.h"
 
 namespace kivmp4 {
 
@@ -26,7 +27,11 @@ public:
     /// @return 0 behind the last sample, delay or not
     int64_t GetDecodeTime(int32_t sample);
     int64_t GetCompositionOffset(int32_t sample);
-    int64_t GetPresentationTime(int32_t sample);
+    int64_t GetPresentationTime(int32_t sample) { return GetPresentationTime(sample, GetDecodeTime(sample)); }
+    /// For who has the sample's decode time already.
+    int64_t GetPresentationTime(int32_t sample, int64_t decodeTime) {
+        return WrapAdd(decodeTime, GetCompositionOffset(sample));
+    }
     int64_t GetSampleDuration(int32_t sample);
 
     /// @param time  90 kHz ticks

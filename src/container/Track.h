@@ -49,6 +49,9 @@ public:
     int32_t GetPrevSyncSample(int32_t sample) { return keyMap ? keyMap->GetPrevSyncSample(sample) : sample; }
     int64_t GetDecodeTime(int32_t sample) { return timeStamps ? timeStamps->GetDecodeTime(sample) : 0; }
     int64_t GetPresentationTime(int32_t sample) { return timeStamps ? timeStamps->GetPresentationTime(sample) : 0; }
+    int64_t GetPresentationTime(int32_t sample, int64_t decodeTime) {
+        return timeStamps ? timeStamps->GetPresentationTime(sample, decodeTime) : 0;
+    }
     int64_t GetSampleDuration(int32_t sample) { return timeStamps ? timeStamps->GetSampleDuration(sample) : 0; }
     int32_t GetSampleIndex(int64_t time) { return timeStamps ? timeStamps->GetSampleIndex(time) : -1; }
 

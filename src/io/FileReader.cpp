@@ -154,12 +154,17 @@ ReadStatus FileReader::WaitForData() {
     return State();
 }
 
-// On Done ioLock is held and the thread is to keep going.
-ReadStatus FileReader::TakeIoLock() {
+// For all but the thread: they go before its next fill. @return whether ioLock is held
+bool FileReader::LockIo() {
     ++ioWaiters;
     const bool locked = ioLock.Lock() >= 0;
     --ioWaiters;
-    if (!locked)
+    return locked;
+}
+
+// On Done ioLock is held and the thread is to keep going.
+ReadStatus FileReader::TakeIoLock() {
+    if (!LockIo())
         return ReadStatus::NotReady;
     const ReadStatus state = State();
     if (state != ReadStatus::Done)
@@ -261,10 +266,7 @@ void FileReader::Flush() {
     if (flushed.exchange(1))
         return;
     progress.Notify();
-    ++ioWaiters;
-    const bool locked = ioLock.Lock() >= 0;
-    --ioWaiters;
-    if (!locked)
+    if (!LockIo())
         return;
     DropAll();
     ioLock.Unlock();

@@ -85,6 +85,7 @@ private:
     ReadStatus CopyOut(uint8_t* destination, int64_t offset, uint32_t size);
     ReadStatus WaitForStart();
     ReadStatus WaitForData();
+    bool LockIo();
     ReadStatus TakeIoLock();
     ReadStatus TakeQueue();
     void DropHead();
