@@ -10,17 +10,19 @@ Movie Boxes(uint32_t n) {
     return {.tracks = {VideoTrack()}, .front = Join(std::vector<Bytes>(n, Hex("00000008 66726565")))};
 }
 
+// Keeps the samples away from the file's end, where the reader starts over for each read.
+const Bytes kBehind = Box("free", Bytes(256 << 10));
+
 Movie OneChunk(uint32_t n) {
     Track track = AudioTrack(0);
     track.samples.assign(n, Bytes(1));
     track.samplesPerChunk = n;
-    return {.tracks = {track}};
+    return {.tracks = {track}, .back = kBehind};
 }
 
-// What follows keeps the sample away from the file's end, where the reader starts over for each length.
 Movie Nals(uint32_t n) {
     Track track{.entry = VideoEntry("avc1", Box("avcC", AvcC(1, {}, {}))), .samples = {Prefixed(1, std::vector<Bytes>(n, {9}))}};
-    return {.tracks = {track}, .back = Box("free", Bytes(256 << 10))};
+    return {.tracks = {track}, .back = kBehind};
 }
 
 // The table's first entry, then n others, then the last one.
