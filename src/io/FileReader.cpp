@@ -194,8 +194,10 @@ ReadStatus FileReader::Jump(int64_t offset, uint32_t size) {
         return RefuseBeyondEnd(offset, size);
     }
     fillPosition = offset;
+    jumped = true;
     if (bufferLock.Lock() >= 0) {
         bufferedEnd = offset;
+        served = 0;
         bufferLock.Unlock();
     }
     DropAll();
@@ -230,6 +232,7 @@ ReadStatus FileReader::CopyOut(uint8_t* destination, int64_t offset, uint32_t si
     }
     if (adjoins)
         std::memcpy(destination + copied, blocks->data + skip, size - copied);
+    served.store(served.load(std::memory_order_relaxed) + size, std::memory_order_relaxed);
     bufferLock.Unlock();
     if (dropped)
         SignalSpace();

@@ -74,6 +74,7 @@ private:
     bool Fill(int32_t position);
     uint32_t AskForFill(const FileBlock& block, uint32_t size);
     void Append(FileBlock& block);
+    void AwaitReading();
 
     // Reading
     ReadStatus State() const;
@@ -113,6 +114,8 @@ private:
     platform::Event progress;               // the thread has started, ended, queued a block or failed; or reads must end
     platform::LightMutex ioLock;            // one call to the player's read at a time
     std::atomic<uint32_t> ioWaiters{0};     // who wants ioLock besides the thread: they go first
+    bool jumped = true;                    // since the last fill; guarded by ioLock
+    std::atomic<uint32_t> served{0};        // bytes read out of the queue since the last jump; written under bufferLock
     int32_t thread = platform::kNoId;
     const FileInterface* fileInterface = nullptr;  // the player's
     bool fileOpened = false;                // the player's close is due

@@ -1,5 +1,6 @@
 // The thread that reads the file ahead: setup, the fill loop, exit.
 #include <algorithm>
+#include <utility>
 
 #include "io/FileReader.h"
 #include "platform/Spin.h"
@@ -138,6 +139,7 @@ bool FileReader::Fill(int32_t position) {
         pool.Free(position);
         return ioLock.Unlock() >= 0 && KeepGoing();
     }
+    const bool afterJump = std::exchange(jumped, false);
     FileBlock& block = descriptors[position];
     block.offset = fillPosition;
     const int64_t left = std::max<int64_t>(fileSize - block.offset, 0);
@@ -157,7 +159,14 @@ bool FileReader::Fill(int32_t position) {
     }
     const bool unlocked = ioLock.Unlock() >= 0;
     progress.Notify();
+    if (afterJump)
+        AwaitReading();
     return unlocked;
+}
+
+// Who jumps often takes one unit and jumps on. Reading ahead at once would only make the next jump wait.
+void FileReader::AwaitReading() {
+    platform::SpinUntil([this] { return served >= kBlockSize / 2 || blockCount == 0 || flushed || !KeepGoing(); });
 }
 
 // An answer of 0 means that the player has nothing yet.

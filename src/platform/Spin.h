@@ -1,6 +1,8 @@
 // A short wait that costs no system call.
 #pragma once
 
+#include <sched.h>
+
 #include <cstdint>
 
 #include "platform/Futex.h"
@@ -36,6 +38,7 @@ bool SpinUntil(Condition condition) {
             if (condition())
                 return true;
         }
+        sched_yield();  // whoever is waited for may wait for this very processor
     } while (MonotonicNanoseconds() < end);
     shortSpins.store(left ? left - 1 : kShortSpins, std::memory_order_relaxed);
     return false;
