@@ -101,18 +101,10 @@ uint64_t SampleMap::SizeOfRun(int64_t first, int64_t end) {
         return static_cast<uint64_t>(end - first) * constantSize;
     first = std::max<int64_t>(first, 0);
     end = std::min<int64_t>(end, sampleCount);
-    if (first != runFirst || end < runEnd) {
-        runFirst = runEnd = first;
-        runSize = 0;
-    }
-    if (end - runEnd > kLongRun && MakeSizeSums()) {
-        const int64_t from = (runEnd + kSumStep - 1) / kSumStep, to = end / kSumStep;
-        runSize += PlainSum(runEnd, from * kSumStep) + sizeSums[to] - sizeSums[from];
-        runEnd = to * kSumStep;
-    }
-    runSize += PlainSum(runEnd, end);
-    runEnd = std::max(runEnd, end);
-    return runSize;
+    if (end - first <= kLongRun || !MakeSizeSums())
+        return PlainSum(first, end);
+    const int64_t from = (first + kSumStep - 1) / kSumStep, to = end / kSumStep;
+    return PlainSum(first, from * kSumStep) + sizeSums[to] - sizeSums[from] + PlainSum(to * kSumStep, end);
 }
 
 uint64_t SampleMap::PlainSum(int64_t first, int64_t end) const {
@@ -142,6 +134,14 @@ uint64_t SampleMap::ChunkOffset(uint32_t chunk) const {
 uint64_t SampleMap::GetSampleOffset(int32_t sample) {
     if (sample < 0)
         return 0;
+    // In the chunk of the last answer: what it is without a walk, since the cache would not move.
+    const bool sameEntry = sample >= cacheFirstSample && sample < cacheEndSample;
+    if (sameEntry && knownSample >= 0 && sample < knownChunkEnd && (sample == knownSample || sample - 1 == knownSample)) {
+        knownOffset += SizeOfRun(knownSample, sample);
+        knownSample = sample;
+        return knownOffset;
+    }
+    knownSample = -1;
     uint32_t samplesPerChunk = 1;
     int64_t firstChunk = 0, firstSample = 0;
     if (chunkMapCount > 0) {
@@ -156,7 +156,10 @@ uint64_t SampleMap::GetSampleOffset(int32_t sample) {
     const int64_t chunk = firstChunk + whole;
     if (chunk < 0 || chunk >= chunkCount)
         return 0;
-    return ChunkOffset(static_cast<uint32_t>(chunk)) + SizeOfRun(sample - position, sample);
+    knownSample = sample;
+    knownOffset = ChunkOffset(static_cast<uint32_t>(chunk)) + SizeOfRun(sample - position, sample);
+    knownChunkEnd = sample - position + samplesPerChunk;
+    return knownOffset;
 }
 
 }  // namespace kivmp4

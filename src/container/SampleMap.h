@@ -55,10 +55,10 @@ private:
     int32_t cacheEndSample = 0;
     int32_t cacheEntry = 0;
     SparseMarks chunkMarks;
-    // The last run of sample sizes added up: delivery asks for a run that is one longer, or for the same again.
-    int64_t runFirst = 0;
-    int64_t runEnd = 0;
-    uint64_t runSize = 0;
+    // The last sample found: delivery asks for the next one of its chunk, or for the same again.
+    int32_t knownSample = -1;
+    int64_t knownChunkEnd = 0;
+    uint64_t knownOffset = 0;
     uint64_t* sizeSums = nullptr;  // owned; made for the first long run
     bool sizeSumsTried = false;
 };

@@ -11,16 +11,17 @@ int32_t LightMutex::Create(const char* label) {
     return 0;
 }
 
+// Unlock looks for sleepers without the barrier that would show it each one in time, since that costs as much as the
+// whole lock. So a sleeper looks up now and then.
 void LightMutex::LockContended() {
-    const auto taken = [this] {
-        uint32_t expected = kFree;
-        return state.load(std::memory_order_relaxed) == kFree &&
-               state.compare_exchange_weak(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed);
-    };
+    constexpr timespec kLookUp = {0, 200000};
+    const auto taken = [this] { return state.load(std::memory_order_relaxed) == kFree && Take(); };
     if (SpinUntil(taken))  // a lock here is mostly held for less than a system call takes
         return;
-    while (state.exchange(kContended, std::memory_order_acquire) != kFree)
-        FutexWait(state, kContended, nullptr);
+    sleepers.fetch_add(1);
+    while (!taken())
+        FutexWait(state, kHeld, &kLookUp);
+    sleepers.fetch_sub(1);
 }
 
 void LightMutex::WakeOne() { FutexWake(state, 1); }

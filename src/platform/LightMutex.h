@@ -16,31 +16,36 @@ public:
     int32_t Lock() {
         if (created.load(std::memory_order_acquire) != kCreated)
             return -1;
-        uint32_t expected = kFree;
-        if (!state.compare_exchange_strong(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed))
+        if (!Take())
             LockContended();
         return 0;
     }
     int32_t Unlock() {
         if (created.load(std::memory_order_relaxed) != kCreated)
             return -1;
-        if (state.exchange(kFree, std::memory_order_release) == kContended)
+        state.store(kFree, std::memory_order_release);
+        if (sleepers.load(std::memory_order_relaxed) != 0)
             WakeOne();
         return 0;
     }
     int32_t Delete();
 
 private:
-    static constexpr uint32_t kFree = 0, kHeld = 1, kContended = 2;
+    static constexpr uint32_t kFree = 0, kHeld = 1;
     static constexpr uint32_t kCreated = 0x4B4D5458;
 
+    bool Take() {
+        uint32_t expected = kFree;
+        return state.compare_exchange_strong(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed);
+    }
     void LockContended();
     void WakeOne();
 
-    std::atomic<uint32_t> state{kFree};  // kContended: held, and somebody may sleep on it
+    std::atomic<uint32_t> state{kFree};
+    std::atomic<uint32_t> sleepers{0};
     std::atomic<uint32_t> created{0};
     const char* name = nullptr;
-    [[maybe_unused]] unsigned char rest[32 - 2 * sizeof(uint32_t) - sizeof(char*)] = {};
+    [[maybe_unused]] unsigned char rest[sizeof(char*) == 8 ? 8 : 16] = {};
 };
 
 static_assert(sizeof(LightMutex) == 32 && alignof(LightMutex) == 8);
