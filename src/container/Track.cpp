@@ -2,6 +2,7 @@
 #include "container/Track.h"
 
 #include "container/FileMovie.h"
+#include "support/ClientMemory.h"
 #include "support/Log.h"
 #include "support/Wrap.h"
 
@@ -22,8 +23,8 @@ Track::Track(Mp4Box& trakBox, FileMovie& owner, uint32_t index, const ClientAllo
 Track::~Track() {
     FreeWords(allocator, syncSamples);
     ModuleFree(greatestTimes);
-    decodeTimes.Free(allocator);
-    compositionOffsets.Free(allocator);
+    ClientFree(allocator, decodeTimes);
+    ClientFree(allocator, compositionOffsets);
     ReleaseOwner(elementaryStream, elementaryStreamOwner);
     ReleaseOwner(sampleMap, sampleMapOwner);
     ReleaseOwner(keyMap, keyMapOwner);

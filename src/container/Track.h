@@ -6,8 +6,9 @@
 #include "KivMp4.h"
 #include "codec/ElementaryStream.h"
 #include "container/KeyMap.h"
+#include "container/RunTable.h"
 #include "container/SampleMap.h"
-#include "container/TickArray.h"
+#include "container/TickSteps.h"
 #include "container/TimeStamps.h"
 #include "support/CriticalSmart.h"
 
@@ -82,13 +83,12 @@ private:
     bool ParseSTSS(Mp4Box& stss);
     bool ParseSTTS(Mp4Box& stts);
     bool ParseCTTS(Mp4Box& ctts);
-    void FillArrays();
-    void FillDecodeTimes(const ByteView& stts);
-    void FillCompositionOffsets(const ByteView& ctts);
 
     // TrackLookup.cpp
     bool HasDecodeTimes() const { return sttsEntryCount != 0; }
-    uint64_t ArrayTime(uint32_t sample) const;
+    int64_t ArrayDecodeTime(uint32_t sample);
+    uint64_t ArrayTime(uint32_t sample);
+    bool TimesAscend();
     bool FindCandidate(uint64_t time, uint32_t& candidate);
     bool FindSyncPair(uint32_t sample, bool behindIncluded, uint32_t& before, uint32_t& behind) const;
     uint32_t SnapToSync(uint32_t candidate) const;
@@ -112,13 +112,16 @@ private:
     TimeStamps* timeStamps = nullptr;
     CriticalSmart* timeStampsOwner = nullptr;
     uint32_t* syncSamples = nullptr;   // owned; syncSampleCount sample indices, video with "stss" only
-    TickArray compositionOffsets;      // owned; a sample each, as far as "ctts" goes, video only
+    // Owned; the player's memory for a time of each sample. The tables tell the times as fast, so nothing is written, but
+    // what a file needs of the player does not depend on that.
+    void* compositionOffsets = nullptr;  // as far as "ctts" goes, video only
+    void* decodeTimes = nullptr;
+    RunTable compositionRuns;
+    RunTable decodeRuns;
+    TickSteps decodeTicks;
     uint32_t sttsEntryCount = 0;       // 0 unless the decode times were expanded
-    TickArray decodeTimes;             // owned; sampleCount values
     uint32_t sampleCount = 0;          // that "stts" speaks of
     uint32_t syncSampleCount = 0;
-    bool decodeTimesFilled = false;    // until then the values are arbitrary
-    bool compositionOffsetsFilled = false;
     bool syncAscending = true;         // the table is in order: it can be searched by halves
     uint64_t* greatestTimes = nullptr;  // owned; greatest array time up to the end of each 64 samples, once searched
     bool mdhdVersion1 = false;

@@ -13,10 +13,25 @@ constexpr uint32_t kTimeBlock = 64;  // samples of which only the greatest time 
 
 }  // namespace
 
+// The sample's decode time without the edit list's delay.
+int64_t Track::ArrayDecodeTime(uint32_t sample) {
+    return decodeRuns.Find(sample) ? decodeTicks.At(decodeRuns.SumBefore(sample), timescale) : 0;
+}
+
 // A sample's presentation time without the edit list's delay. Times are compared as unsigned numbers, so one before 0
 // counts as very late.
-uint64_t Track::ArrayTime(uint32_t sample) const {
-    return static_cast<uint64_t>(WrapAdd(decodeTimes.At(sample), compositionOffsets.At(sample)));
+uint64_t Track::ArrayTime(uint32_t sample) {
+    int64_t offset = 0;
+    // The product wraps in 32 bits: an offset beyond 23860 media units comes out wrong.
+    if (compositionOffsets && compositionRuns.Find(sample))
+        offset = DivideOrZero(WrapMultiply32(90000, compositionRuns.Value()), timescale);
+    return static_cast<uint64_t>(WrapAdd(ArrayDecodeTime(sample), offset));
+}
+
+// Whether the times of all samples ascend; only composition offsets and products that wrap let them go back.
+bool Track::TimesAscend() {
+    const uint32_t last = sampleCount - 1;
+    return !compositionOffsets && decodeRuns.Find(last) && decodeRuns.SumBefore(last) <= TickSteps::kLongestTime;
 }
 
 // One pass over all samples, for the first search; without memory every search takes a pass of its own.
@@ -38,21 +53,34 @@ bool Track::FindCandidate(uint64_t time, uint32_t& candidate) {
     candidate = 0;
     if (sampleCount == 1)
         return true;
-    if (sampleCount > 1 && time < static_cast<uint64_t>(decodeTimes.At(1)))
+    if (sampleCount > 1 && time < static_cast<uint64_t>(ArrayDecodeTime(1)))
         return true;
-    MakeGreatestTimes();
     uint32_t sample = 1;
+    if (TimesAscend()) {
+        for (uint32_t end = sampleCount; sample < end;) {
+            const uint32_t middle = sample + (end - sample) / 2;
+            if (ArrayTime(middle) <= time)
+                sample = middle + 1;
+            else
+                end = middle;
+        }
+        candidate = sample - 1;
+        return sample < sampleCount;
+    }
+    MakeGreatestTimes();
     if (greatestTimes && ArrayTime(0) <= time) {
         // Then the first sample behind the time is the successor looked for, and no block before its own holds one.
         const uint64_t* first = greatestTimes;
         const uint64_t* block = std::upper_bound(first, first + (sampleCount + kTimeBlock - 1) / kTimeBlock, time);
         sample = std::max<uint32_t>(static_cast<uint32_t>(block - first) * kTimeBlock, 1);
     }
-    for (; sample < sampleCount; ++sample) {
-        if (ArrayTime(sample - 1) <= time && time < ArrayTime(sample)) {
+    for (uint64_t before = ArrayTime(sample - 1); sample < sampleCount; ++sample) {
+        const uint64_t own = ArrayTime(sample);
+        if (before <= time && time < own) {
             candidate = sample - 1;
             return true;
         }
+        before = own;
     }
     return false;
 }
@@ -96,7 +124,6 @@ bool Track::GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime) 
         LogError(logLevel, "GetJumpSampleIndex", 768, " Cannot start ");
         return false;
     }
-    FillArrays();
     uint32_t candidate = 0;
     if (!FindCandidate(static_cast<uint64_t>(time), candidate)) {
         LogError(logLevel, "GetJumpSampleIndex", 796, " Jump index cannot be obtained  ");
@@ -104,7 +131,7 @@ bool Track::GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime) 
     }
     if (candidate == 0) {
         index = 0;
-        jumpTime = decodeTimes.At(0);
+        jumpTime = ArrayDecodeTime(0);
         return true;
     }
     const uint32_t jump = SnapToSync(candidate);
@@ -126,7 +153,6 @@ bool Track::GetSyncSampleIndex(bool next, int32_t sample, int32_t& index, int64_
         index = sample;
         return true;
     }
-    FillArrays();
     uint32_t before = 0, behind = 0;
     if (FindSyncPair(static_cast<uint32_t>(sample), !next, before, behind)) {
         index = static_cast<int32_t>(next ? behind : before);
