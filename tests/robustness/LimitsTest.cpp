@@ -36,6 +36,19 @@ Movie LongTable(const char* type, const Numbers& first, const Numbers& entry, co
     return movie;
 }
 
+// Sound whose sample numbers wrap in both tables, so that a search meets the beginning and the end of one in turns.
+Movie WrappingNumbers(uint32_t n) {
+    Movie movie{.tracks = {VideoTrack(30), AudioTrack(30)}};
+    Put times, offsets;
+    times.U32(n), offsets.U32(n + 1);
+    for (uint32_t i = 0; i < n; i++)
+        times.U32(i % 2 ? 0 - n : n).U32(0), offsets.U32(1).U32(0);
+    offsets.U32(0xFFFFFFFF).U32(0);
+    movie.tracks[0].replace = {{"stss", Words("stss", {3, 1, 4, 8})}};
+    movie.tracks[1].replace = {{"stts", FullBox("stts", times)}, {"ctts", FullBox("ctts", offsets)}};
+    return movie;
+}
+
 double SecondsFor(const Bytes& content, size_t units) {
     Session session(content, size_t{128} << 20);
     const std::clock_t start = std::clock();
@@ -57,6 +70,7 @@ TEST(Limits, WorkGrowsWithTheFile) {
         {"chunk map entries without samples", [](uint32_t n) { return LongTable("stsc", {1, 1, 1}, {2, 0, 1}, {2, 1, 1}, n); }, 1000000, 40},
         {"times of no sample", [](uint32_t n) { return LongTable("stts", {10, 3000}, {0, 3000}, {20, 3000}, n); }, 1000000, 60},
         {"offsets of no sample", [](uint32_t n) { return LongTable("ctts", {10, 0}, {0, 3000}, {20, 3000}, n); }, 1000000, 60},
+        {"sample numbers that wrap", WrappingNumbers, 200000, 60},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
