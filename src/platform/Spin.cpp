@@ -4,10 +4,12 @@
 namespace kivmp4::platform {
 
 bool SpinHelps() {
-    static std::atomic<long> processors{0};  // asking takes longer than the spin does
-    long count = processors.load(std::memory_order_relaxed);
+    static std::atomic<int> processors{0};  // asking takes as long as many a spin
+    int count = processors.load(std::memory_order_relaxed);
     if (count == 0) {
-        count = sysconf(_SC_NPROCESSORS_ONLN);
+        cpu_set_t usable;
+        CPU_ZERO(&usable);
+        count = sched_getaffinity(0, sizeof(usable), &usable) == 0 ? CPU_COUNT(&usable) : 2;
         processors.store(count, std::memory_order_relaxed);
     }
     return count > 1;
