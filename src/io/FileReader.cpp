@@ -97,8 +97,7 @@ ReadStatus FileReader::Read(void* destination, int64_t offset, uint32_t size, ui
 
 // A count that is not the size asked for is for the caller to judge.
 ReadStatus FileReader::ReadRaw(void* destination, int64_t offset, uint32_t size, uint32_t& delivered) {
-    if (const ReadStatus status = TakeIoLock(); status != ReadStatus::Done)
-        return status;
+    LockIo();
     for (;;) {
         delivered = fileInterface->read(fileInterface->context, destination, offset, size);
         LogDebug(logLevel, "Read", 269, "RAW READ:  Size: %d, Position: %lld  \n", static_cast<int>(size),
@@ -109,7 +108,8 @@ ReadStatus FileReader::ReadRaw(void* destination, int64_t offset, uint32_t size,
         if (!running)
             break;
     }
-    return ioLock.Unlock() < 0 ? ReadStatus::NotReady : ReadStatus::Done;
+    ioLock.Unlock();
+    return ReadStatus::Done;
 }
 
 ReadStatus FileReader::ReadBuffered(uint8_t* destination, int64_t offset, uint32_t size) {
@@ -130,7 +130,7 @@ ReadStatus FileReader::ReadBuffered(uint8_t* destination, int64_t offset, uint32
 ReadStatus FileReader::WaitForStart() {
     const uint32_t seen = progress.Changes();  // before the look, so that no change falls between the two
     const ReadStatus state = State();
-    if (state != ReadStatus::NotReady || stopRequested || thread < 0)
+    if (state != ReadStatus::NotReady || stopRequested)
         return state;
     progress.Wait(seen, kPollDelay);
     return State();
@@ -154,29 +154,17 @@ ReadStatus FileReader::WaitForData() {
     return State();
 }
 
-// For all but the thread: they go before its next fill. @return whether ioLock is held
-bool FileReader::LockIo() {
+// For all but the thread: they go before its next fill.
+void FileReader::LockIo() {
     ++ioWaiters;
-    const bool locked = ioLock.Lock() >= 0;
+    ioLock.Lock();
     --ioWaiters;
-    return locked;
-}
-
-// On Done ioLock is held and the thread is to keep going.
-ReadStatus FileReader::TakeIoLock() {
-    if (!LockIo())
-        return ReadStatus::NotReady;
-    const ReadStatus state = State();
-    if (state != ReadStatus::Done)
-        ioLock.Unlock();
-    return state;
 }
 
 // On Done bufferLock is held and a block is queued.
 ReadStatus FileReader::TakeQueue() {
     for (;;) {
-        if (bufferLock.Lock() < 0)
-            return ReadStatus::NotReady;
+        bufferLock.Lock();
         if (blocks)
             return ReadStatus::Done;
         bufferLock.Unlock();
@@ -187,21 +175,20 @@ ReadStatus FileReader::TakeQueue() {
 
 // Empties the queue and sends the thread to `offset`.
 ReadStatus FileReader::Jump(int64_t offset, uint32_t size) {
-    if (const ReadStatus status = TakeIoLock(); status != ReadStatus::Done)
-        return status;
+    LockIo();
     if (CrossesEnd(offset, size)) {  // the thread may have learnt a smaller size than the first test went by
         ioLock.Unlock();
         return RefuseBeyondEnd(offset, size);
     }
     fillPosition = offset;
     jumped = true;
-    if (bufferLock.Lock() >= 0) {
-        bufferedEnd = offset;
-        served = 0;
-        bufferLock.Unlock();
-    }
+    bufferLock.Lock();
+    bufferedEnd = offset;
+    served = 0;
+    bufferLock.Unlock();
     DropAll();
-    return ioLock.Unlock() < 0 ? ReadStatus::NotReady : ReadStatus::Done;
+    ioLock.Unlock();
+    return ReadStatus::Done;
 }
 
 // Copies from the head block and those behind it, dropping every block that the request reaches past. bufferLock is held
@@ -247,15 +234,12 @@ void FileReader::DropHead() {
     pool.Free(block->position);
 }
 
-// @return false when there is no lock and thus no queue
-bool FileReader::DropAll() {
-    if (bufferLock.Lock() < 0)
-        return false;
+void FileReader::DropAll() {
+    bufferLock.Lock();
     while (blocks)
         DropHead();
     bufferLock.Unlock();
     SignalSpace();
-    return true;
 }
 
 void FileReader::SignalSpace() {
@@ -269,8 +253,7 @@ void FileReader::Flush() {
     if (flushed.exchange(1))
         return;
     progress.Notify();
-    if (!LockIo())
-        return;
+    LockIo();
     DropAll();
     ioLock.Unlock();
 }
@@ -281,14 +264,9 @@ void FileReader::Stop() {
     stopRequested = 1;
     running.exchange(0);
     progress.Notify();
-    while (blockCount > 0) {
-        if (ioLock.Lock() < 0)
-            break;
-        const bool emptied = DropAll();
-        if (ioLock.Unlock() < 0 || !emptied)
-            break;
-    }
-    SignalSpace();
+    LockIo();
+    DropAll();
+    ioLock.Unlock();
     platform::ThreadWait(thread);  // fails at once for a thread that was never started
     platform::ThreadDelete(thread);
     if (fileOpened)
@@ -298,13 +276,7 @@ void FileReader::Stop() {
 
 void FileReader::Teardown() {
     ioLock.Delete();
-    closing.exchange(1);
-    if (platform::MutexLock(spaceMutex) >= 0) {
-        platform::ConditionSignal(spaceSignal);
-        platform::MutexUnlock(spaceMutex);
-        DropAll();
-        DeleteBufferObjects();
-    }
+    DeleteBufferObjects();
     ModuleFree(bufferMemory);
     ModuleDelete(this);
 }

@@ -69,9 +69,8 @@ private:
     bool CreateBufferObjects();
     void LearnFileSize();
     bool KeepGoing() const { return running && !stopRequested; }
-    int32_t TakeBlock();
     void WaitForSpace();
-    bool Fill(int32_t position);
+    void Fill(int32_t position);
     uint32_t AskForFill(const FileBlock& block, uint32_t size);
     void Append(FileBlock& block);
     void AwaitReading();
@@ -86,11 +85,10 @@ private:
     ReadStatus CopyOut(uint8_t* destination, int64_t offset, uint32_t size);
     ReadStatus WaitForStart();
     ReadStatus WaitForData();
-    bool LockIo();
-    ReadStatus TakeIoLock();
+    void LockIo();
     ReadStatus TakeQueue();
     void DropHead();
-    bool DropAll();
+    void DropAll();
     void SignalSpace();
     void DeleteBufferObjects();
 
@@ -98,7 +96,6 @@ private:
     std::atomic<int32_t> blockCount{0};     // written under bufferLock
     int64_t bufferedEnd = 0;                // behind the newest block, or where a jump went; guarded by bufferLock
     platform::LightMutex bufferLock;        // all use of the queue
-    std::atomic<uint32_t> closing{0};       // set by the teardown: no new block
     platform::BlockPool pool{};             // over bufferMemory
     std::atomic<int32_t> spaceSignal{platform::kNoId};  // the thread waits on it for room in the pool
     std::atomic<int32_t> spaceMutex{platform::kNoId};

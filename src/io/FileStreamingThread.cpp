@@ -26,9 +26,10 @@ void FileReader::Stream() {
                 platform::DelayMicroseconds(kIdleDelay);
                 continue;
             }
-            const int32_t position = TakeBlock();
-            if (position >= 0 && !Fill(position))
-                break;
+            if (const int32_t position = pool.Allocate(); position >= 0)
+                Fill(position);
+            else
+                WaitForSpace();
         }
         LogDebug(logLevel, "FileStreamingThread", 186, " File Streaming thread exited ");
     }
@@ -38,8 +39,7 @@ void FileReader::Stream() {
 }
 
 bool FileReader::SetUp() {
-    if (ioLock.Lock() < 0)
-        return false;
+    ioLock.Lock();
     constexpr int kShownSize = kBufferSize;
     bufferMemory = static_cast<uint8_t*>(ModuleAllocRaw(kBlockAlignment, kBufferSize));
     if (!bufferMemory) {
@@ -59,15 +59,16 @@ bool FileReader::SetUp() {
     if (stopRequested)  // the request came between the test and the exchange
         running.exchange(0);
     progress.Notify();
-    return ioLock.Unlock() >= 0;
+    ioLock.Unlock();
+    return true;
 }
 
 bool FileReader::CreateBufferObjects() {
     const bool locked = bufferLock.Create("filebuffer") >= 0;
     spaceMutex = platform::MutexCreate("filebuffer", kSyncAttribute);
     spaceSignal = platform::ConditionCreate("filebuffer", kSyncAttribute, spaceMutex);
-    const bool pooled = pool.Create(bufferMemory, kBufferSize, kBlockSize);
-    if (locked && spaceMutex >= 0 && spaceSignal >= 0 && pooled) {
+    pool.Create(bufferMemory, kBufferSize, kBlockSize);
+    if (locked && spaceSignal >= 0) {  // which needs the mutex
         for (uint32_t position = 0; position < kBlocks; ++position) {
             descriptors[position].position = static_cast<int32_t>(position);
             descriptors[position].data = pool.At(static_cast<int32_t>(position));
@@ -90,54 +91,33 @@ void FileReader::DeleteBufferObjects() {
 
 // A player that told the size once and then takes it back is held to its word.
 void FileReader::LearnFileSize() {
-    int64_t size = GetFileSize();
-    while (size == 0 && announcedSize == 0 && KeepGoing()) {
+    while (GetFileSize() == 0 && announcedSize == 0 && KeepGoing())
         platform::DelayMicroseconds(kIdleDelay);
-        size = GetFileSize();
-    }
-    fileSize = size ? size : announcedSize.load();
-}
-
-// @return the position of a free block; -1 when there was none, after waiting until there may be one
-int32_t FileReader::TakeBlock() {
-    if (closing)
-        return -1;
-    const int32_t position = pool.Allocate();
-    if (position < 0) {
-        WaitForSpace();
-        return -1;
-    }
-    if (closing || !KeepGoing()) {
-        pool.Free(position);
-        return -1;
-    }
-    return position;
+    fileSize = announcedSize.load();
 }
 
 // The player mostly takes a block in less time than a sleep and a wake-up need. Then comes the sleep:
 // whoever changes one of the tested conditions signals afterwards with spaceMutex held, so no wake-up gets lost.
 void FileReader::WaitForSpace() {
-    if (platform::SpinUntil([this] { return pool.HasRoom() || !KeepGoing() || closing; }))
+    if (platform::SpinUntil([this] { return pool.HasRoom() || !KeepGoing(); }))
         return;
     if (platform::MutexLock(spaceMutex) < 0) {
         platform::DelayMicroseconds(kIdleDelay);
         return;
     }
-    if (KeepGoing() && !closing && !pool.HasRoom())
+    if (KeepGoing() && !pool.HasRoom())
         platform::ConditionWait(spaceSignal);
     platform::MutexUnlock(spaceMutex);
 }
 
-// Reads the stretch at `fillPosition` into the block and queues it. @return false when the thread is to end
-bool FileReader::Fill(int32_t position) {
+// Reads the stretch at `fillPosition` into the block and queues it.
+void FileReader::Fill(int32_t position) {
     platform::SpinUntil([this] { return ioWaiters == 0; });  // a jump makes this fill needless
-    if (ioLock.Lock() < 0) {
-        pool.Free(position);
-        return false;
-    }
+    ioLock.Lock();
     if (!KeepGoing() || flushed) {
         pool.Free(position);
-        return ioLock.Unlock() >= 0 && KeepGoing();
+        ioLock.Unlock();
+        return;
     }
     const bool afterJump = std::exchange(jumped, false);
     FileBlock& block = descriptors[position];
@@ -157,11 +137,10 @@ bool FileReader::Fill(int32_t position) {
         readFailed.exchange(1);
         pool.Free(position);
     }
-    const bool unlocked = ioLock.Unlock() >= 0;
+    ioLock.Unlock();
     progress.Notify();
     if (afterJump)
         AwaitReading();
-    return unlocked;
 }
 
 // Who jumps often takes one unit and jumps on. Reading ahead at once would only make the next jump wait.

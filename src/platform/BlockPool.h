@@ -13,17 +13,12 @@ namespace kivmp4::platform {
 class BlockPool {
 public:
     /// @param memory     must outlive the pool
-    /// @param blockSize  bytes; memory beyond a multiple of it, or beyond 32 blocks, is not used
-    /// @return false when not one block fits
-    bool Create(void* memory, size_t capacity, size_t blockSize) {
-        const size_t count = memory && blockSize ? capacity / blockSize : 0;
-        if (count == 0)
-            return false;
-        base = static_cast<uint8_t*>(memory);
+    /// @param capacity   bytes, fewer than 32 blocks; what is no whole block is not used
+    void Create(uint8_t* memory, size_t capacity, size_t blockSize) {
+        base = memory;
         size = blockSize;
-        freeBlocks.store(count >= 32 ? ~0u : (1u << count) - 1, std::memory_order_release);
+        freeBlocks.store((1u << capacity / blockSize) - 1, std::memory_order_release);
         Forbid(base, capacity);
-        return true;
     }
 
     /// Afterwards the memory may be used for something else.

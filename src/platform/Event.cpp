@@ -1,6 +1,8 @@
 // Change counter over the kernel's futex.
 #include "platform/Event.h"
 
+#include <algorithm>
+
 #include "platform/Spin.h"
 
 namespace kivmp4::platform {
@@ -14,9 +16,7 @@ void Event::Notify() {
 void Event::Wait(uint32_t seen, uint32_t microseconds) {
     if (SpinUntil([&] { return Changes() != seen; }))
         return;
-    const int64_t left = int64_t{microseconds} * 1000 - kSpinNanoseconds;  // what the spin may have taken
-    if (left <= 0)
-        return;
+    const int64_t left = std::max<int64_t>(int64_t{microseconds} * 1000 - kSpinNanoseconds, 0);  // of it the spin took part
     const timespec limit = {static_cast<time_t>(left / 1000000000), static_cast<long>(left % 1000000000)};
     waiters.fetch_add(1);
     if (changes.load() == seen)

@@ -4,10 +4,9 @@
 #include "platform/Spin.h"
 
 namespace kivmp4::platform {
+
 int32_t LightMutex::Create(const char* label) {
     name = label;
-    state.store(kFree, std::memory_order_relaxed);
-    created.store(kCreated, std::memory_order_release);
     return 0;
 }
 
@@ -25,12 +24,5 @@ void LightMutex::LockContended() {
 }
 
 void LightMutex::WakeOne() { FutexWake(state, 1); }
-
-int32_t LightMutex::Delete() {
-    if (created.exchange(0, std::memory_order_acq_rel) != kCreated)
-        return -1;
-    name = nullptr;
-    return 0;
-}
 
 }  // namespace kivmp4::platform

@@ -6,33 +6,26 @@
 
 namespace kivmp4::platform {
 
-/// All bytes zero means "not created"; locking such a one fails instead of blocking. Not recursive.
-/// Zeroed memory is a valid LightMutex, so objects from the module heap hold them without construction.
+/// Not recursive. Zeroed memory is a lock that nobody holds, so objects from the module heap need not construct theirs.
 class alignas(8) LightMutex {
 public:
     /// @param name  kept by pointer, for whoever looks at the lock in a debugger
-    /// @return negative on failure, as for all operations here
+    /// @return negative on failure, which this host does not know
     int32_t Create(const char* name);
-    int32_t Lock() {
-        if (created.load(std::memory_order_acquire) != kCreated)
-            return -1;
+    void Lock() {
         if (!Take())
             LockContended();
-        return 0;
     }
-    int32_t Unlock() {
-        if (created.load(std::memory_order_relaxed) != kCreated)
-            return -1;
+    void Unlock() {
         state.store(kFree, std::memory_order_release);
         if (sleepers.load(std::memory_order_relaxed) != 0)
             WakeOne();
-        return 0;
     }
-    int32_t Delete();
+    /// Nobody may hold it. Leaves it zeroed.
+    void Delete() { name = nullptr; }
 
 private:
     static constexpr uint32_t kFree = 0, kHeld = 1;
-    static constexpr uint32_t kCreated = 0x4B4D5458;
 
     bool Take() {
         uint32_t expected = kFree;
@@ -43,9 +36,8 @@ private:
 
     std::atomic<uint32_t> state{kFree};
     std::atomic<uint32_t> sleepers{0};
-    std::atomic<uint32_t> created{0};
     const char* name = nullptr;
-    [[maybe_unused]] unsigned char rest[sizeof(char*) == 8 ? 8 : 16] = {};
+    [[maybe_unused]] unsigned char rest[32 - 2 * sizeof(uint32_t) - sizeof(char*)] = {};
 };
 
 static_assert(sizeof(LightMutex) == 32 && alignof(LightMutex) == 8);

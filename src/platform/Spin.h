@@ -13,9 +13,6 @@ namespace kivmp4::platform {
 constexpr int64_t kSpinNanoseconds = 50000;
 constexpr int64_t kShortSpinNanoseconds = 2000;
 
-/// @return false on a host with one processor, where only a sleep lets the other thread go on
-bool SpinHelps();
-
 int64_t MonotonicNanoseconds();
 
 /// Tests `condition` until it holds or the time is over. Each place that calls it learns: where a long spin was in vain,
@@ -28,8 +25,6 @@ bool SpinUntil(Condition condition) {
     static std::atomic<uint32_t> shortSpins{0};  // a guess: it does not matter when two threads change it at once
     if (condition())
         return true;
-    if (!SpinHelps())
-        return false;
     const uint32_t left = shortSpins.load(std::memory_order_relaxed);
     const int64_t end = MonotonicNanoseconds() + (left ? kShortSpinNanoseconds : kSpinNanoseconds);
     do {

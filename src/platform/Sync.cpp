@@ -18,8 +18,6 @@ constexpr int32_t kSlots = 32;
 SlotTable<pthread_mutex_t, kSlots> mutexes;
 SlotTable<Condition, kSlots> conditions;
 
-int32_t Answer(int error) { return error ? -1 : 0; }
-
 }  // namespace
 
 int32_t MutexCreate(const char*, uint32_t) {
@@ -35,18 +33,25 @@ int32_t MutexCreate(const char*, uint32_t) {
 
 int32_t MutexLock(int32_t mutex) {
     pthread_mutex_t* handle = mutexes.Find(mutex);
-    return handle ? Answer(pthread_mutex_lock(handle)) : -1;
+    if (!handle)
+        return -1;
+    pthread_mutex_lock(handle);
+    return 0;
 }
 
 int32_t MutexUnlock(int32_t mutex) {
     pthread_mutex_t* handle = mutexes.Find(mutex);
-    return handle ? Answer(pthread_mutex_unlock(handle)) : -1;
+    if (!handle)
+        return -1;
+    pthread_mutex_unlock(handle);
+    return 0;
 }
 
 int32_t MutexDelete(int32_t mutex) {
     pthread_mutex_t* handle = mutexes.Find(mutex);
-    if (!handle || pthread_mutex_destroy(handle))
+    if (!handle)
         return -1;
+    pthread_mutex_destroy(handle);
     mutexes.Release(mutex);
     return 0;
 }
@@ -67,18 +72,25 @@ int32_t ConditionCreate(const char*, uint32_t, int32_t mutex) {
 
 int32_t ConditionWait(int32_t condition) {
     Condition* found = conditions.Find(condition);
-    return found ? Answer(pthread_cond_wait(&found->handle, found->mutex)) : -1;
+    if (!found)
+        return -1;
+    pthread_cond_wait(&found->handle, found->mutex);
+    return 0;
 }
 
 int32_t ConditionSignal(int32_t condition) {
     Condition* found = conditions.Find(condition);
-    return found ? Answer(pthread_cond_signal(&found->handle)) : -1;
+    if (!found)
+        return -1;
+    pthread_cond_signal(&found->handle);
+    return 0;
 }
 
 int32_t ConditionDelete(int32_t condition) {
     Condition* found = conditions.Find(condition);
-    if (!found || pthread_cond_destroy(&found->handle))
+    if (!found)
         return -1;
+    pthread_cond_destroy(&found->handle);
     conditions.Release(condition);
     return 0;
 }

@@ -5,7 +5,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 #include "platform/SlotTable.h"
@@ -54,8 +53,7 @@ int32_t ThreadStart(int32_t id, void* argument) {
         return -1;
     thread->argument = argument;
     pthread_attr_t attributes;
-    if (pthread_attr_init(&attributes))
-        return -1;
+    pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, thread->stackSize);
     thread->started = pthread_create(&thread->handle, &attributes, Run, thread) == 0;
     pthread_attr_destroy(&attributes);
@@ -64,8 +62,9 @@ int32_t ThreadStart(int32_t id, void* argument) {
 
 int32_t ThreadWait(int32_t id) {
     Thread* thread = threads.Find(id);
-    if (!thread || !thread->started || pthread_join(thread->handle, nullptr))
+    if (!thread || !thread->started)
         return -1;
+    pthread_join(thread->handle, nullptr);
     thread->started = false;
     return 0;
 }
@@ -80,7 +79,7 @@ int32_t ThreadDelete(int32_t id) {
 
 void DelayMicroseconds(uint32_t microseconds) {
     timespec left = {static_cast<time_t>(microseconds / 1000000), static_cast<long>(microseconds % 1000000) * 1000};
-    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+    while (nanosleep(&left, &left) != 0) {  // a signal came
     }
 }
 

@@ -62,11 +62,15 @@ TEST(Handle, PrintsWhatTheLevelAdmits) {
 TEST(Handle, RefusesNullArgumentsAndStaleHandles) {
     Session first(kMovie), second(kMovie);
     Bytes heap(1 << 20);
-    for (int missing = 0; missing < 4; missing++) {
-        FileInterface* file = missing == 1 ? nullptr : first.file.Interface();
-        ClientAllocator* memory = missing == 2 ? nullptr : first.memory.Interface();
-        void* block = missing == 3 ? nullptr : heap.data();
-        EXPECT_EQ(KivMp4Create(missing == 0 ? nullptr : "a.mp4", file, memory, block, heap.size(), 0, 0), nullptr);
+    for (int missing = 0; missing < 10; missing++) {  // an argument or a function
+        FileInterface file = *first.file.Interface();
+        ClientAllocator memory = *first.memory.Interface();
+        void* const functions[] = {&file.open, &file.close, &file.read, &file.getSize, &memory.allocate, &memory.free};
+        if (missing > 3)
+            std::memset(functions[missing - 4], 0, sizeof(void*));
+        void* block = missing == 0 ? nullptr : heap.data();
+        EXPECT_EQ(KivMp4Create(missing == 1 ? nullptr : "a.mp4", missing == 2 ? nullptr : &file, missing == 3 ? nullptr : &memory,
+                               block, heap.size(), 0, 0), nullptr);
     }
     CodecInfo info = {};
     ASSERT_TRUE(first.Create());

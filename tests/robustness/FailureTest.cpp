@@ -1,26 +1,26 @@
 // Every failure once: each allocation and each answer of the player, over opening, delivery, winding and seeks.
-#include "platform/Heap.h"
+#include "platform/Sync.h"
+#include "platform/Thread.h"
 #include "support/Session.h"
 
 namespace kivmp4::test {
 namespace {
 
-FailingCall* heapCalls = nullptr;  // of the run that is on
+FailingCall *heapCalls = nullptr, *systemCalls = nullptr;  // of the run that is on
 
 }  // namespace
 
-// The linker leads the module's requests for heap memory through here.
-using platform::Heap;
-void* AllocateOfHeap(Heap*, size_t size, uint32_t mark) asm("__real_" KIVMP4_HEAP_ALLOCATE);
-void* AllocateOrFail(Heap* heap, size_t size, uint32_t mark) asm("__wrap_" KIVMP4_HEAP_ALLOCATE);
-void* AllocateOrFail(Heap* heap, size_t size, uint32_t mark) {
-    return heapCalls && heapCalls->Fails() ? nullptr : AllocateOfHeap(heap, size, mark);
-}
-void* AlignedOfHeap(Heap*, size_t alignment, size_t size, uint32_t mark) asm("__real_" KIVMP4_HEAP_ALIGNED);
-void* AlignedOrFail(Heap* heap, size_t alignment, size_t size, uint32_t mark) asm("__wrap_" KIVMP4_HEAP_ALIGNED);
-void* AlignedOrFail(Heap* heap, size_t alignment, size_t size, uint32_t mark) {
-    return heapCalls && heapCalls->Fails() ? nullptr : AlignedOfHeap(heap, alignment, size, mark);
-}
+// The linker leads the module's calls of a function through here, where those fail that `calls` chooses.
+#define FAILING(calls, failure, result, function, name, parameters, arguments) \
+    result Real##function parameters asm("__real_" name);                      \
+    result Wrap##function parameters asm("__wrap_" name);                      \
+    result Wrap##function parameters { return calls && calls->Fails() ? failure : Real##function arguments; }
+FAILING(heapCalls, nullptr, void*, Heap, KIVMP4_HEAP_ALLOCATE, (void* heap, size_t n, uint32_t mark), (heap, n, mark))
+FAILING(heapCalls, nullptr, void*, Aligned, KIVMP4_HEAP_ALIGNED, (void* heap, size_t to, size_t n, uint32_t mark), (heap, to, n, mark))
+FAILING(systemCalls, EAGAIN, int, Thread, "pthread_create", (void* id, void* how, void* run, void* with), (id, how, run, with))
+FAILING(systemCalls, EAGAIN, int, Mutex, "pthread_mutex_init", (void* mutex, void* how), (mutex, how))
+FAILING(systemCalls, EAGAIN, int, Condition, "pthread_cond_init", (void* condition, void* how), (condition, how))
+FAILING(systemCalls, -1, int32_t, Lock, KIVMP4_LOCK_CREATE, (void* lock, const char* name), (lock, name))
 
 namespace {
 
@@ -29,6 +29,7 @@ using Fault = MemoryFile::Fault;
 // Small tables come from the heap, those above 1024 bytes from the player.
 std::vector<Bytes> Files() {
     Movie video{.tracks = {VideoTrack(30)}}, sound{.tracks = {AudioTrack(30)}}, many{.tracks = {AudioTrack(30), VideoTrack(300)}};
+    sound.tracks[0].timescale = 200000;  // finer than ticks
     const Bytes delay = Box("edts", Words("elst", {2, 500, 0xFFFFFFFF, 0, 9, 0, 0}));
     video.tracks[0].replace = {{"stss", Words("stss", {3, 1, 11, 21})}, {"ctts", Words("ctts", {1, 30, 3000})}, {"edts", delay}};
     video.tracks[0].samples[5] = Prefixed(4, {Nal(70000)});  // read past the buffer
@@ -40,20 +41,22 @@ std::vector<Bytes> Files() {
 }
 
 TEST(Failures, OfEveryCallEndInADocumentedResult) {
-    enum class Victim { Heap, Memory, Read };
+    enum Victim { Heap, System, Memory, Read };
     struct Way { const char* name; Victim victim; Fault fault; uint32_t count; };
     const Way ways[] = {
-        {"heap once", Victim::Heap, Fault::None, 1},
-        {"heap for ever", Victim::Heap, Fault::None, FailingCall::kForEver},
-        {"heap for ever, and the player's memory", Victim::Heap, Fault::Empty, FailingCall::kForEver},
-        {"player's memory once", Victim::Memory, Fault::None, 1},
-        {"player's memory for ever", Victim::Memory, Fault::None, FailingCall::kForEver},
-        {"short by one", Victim::Read, Fault::Short, 1},
-        {"one more than asked", Victim::Read, Fault::Over, 1},
-        {"as many as can be", Victim::Read, Fault::Error, 1},
-        {"errors for ever", Victim::Read, Fault::Error, FailingCall::kForEver},
-        {"empty once", Victim::Read, Fault::Empty, 1},
-        {"empty a hundred times", Victim::Read, Fault::Empty, 100},
+        {"heap once", Heap, Fault::None, 1},
+        {"heap for ever", Heap, Fault::None, FailingCall::kForEver},
+        {"heap for ever, and the player's memory", Heap, Fault::Empty, FailingCall::kForEver},
+        {"threads and locks once", System, Fault::None, 1},
+        {"threads and locks for ever", System, Fault::None, FailingCall::kForEver},
+        {"player's memory once", Memory, Fault::None, 1},
+        {"player's memory for ever", Memory, Fault::None, FailingCall::kForEver},
+        {"short by one", Read, Fault::Short, 1},
+        {"one more than asked", Read, Fault::Over, 1},
+        {"as many as can be", Read, Fault::Error, 1},
+        {"errors for ever", Read, Fault::Error, FailingCall::kForEver},
+        {"empty once", Read, Fault::Empty, 1},
+        {"empty a hundred times", Read, Fault::Empty, 100},
     };
     int failures = 0;
     for (const Bytes& content : Files()) {
@@ -65,19 +68,18 @@ TEST(Failures, OfEveryCallEndInADocumentedResult) {
             bool met = true;
             for (uint32_t n = 0; met; n += SweepStep(), failures += met) {
                 SCOPED_TRACE(std::string(way.name) + ' ' + std::to_string(n));
-                FailingCall heap;
+                FailingCall heap, system;
                 heapCalls = &heap;
+                systemCalls = &system;
                 Session session(content);
                 session.file.fault = way.fault;
-                FailingCall& victim = way.victim == Victim::Heap     ? heap
-                                      : way.victim == Victim::Memory ? session.memory.failing
-                                                                     : session.file.failing;
+                FailingCall& victim = *std::array{&heap, &system, &session.memory.failing, &session.file.failing}[way.victim];
                 victim.first = n;
-                if (way.victim == Victim::Heap && way.fault == Fault::Empty)
+                if (way.victim == Heap && way.fault == Fault::Empty)
                     session.memory.failing.first = 0;
                 victim.count = way.count;
                 session.Exercise();
-                if (way.victim == Victim::Read && session.demux && KivMp4Rewind(session.demux) == 0) {
+                if (way.victim == Read && session.demux && KivMp4Rewind(session.demux) == 0) {
                     const std::vector<Unit> units = session.Deliver();
                     for (size_t i = 0; i < units.size(); i++)
                         EXPECT_TRUE(units[i].bytes == expected.at(i).bytes) << "wrong bytes";
@@ -85,12 +87,33 @@ TEST(Failures, OfEveryCallEndInADocumentedResult) {
                 }
                 session.Close();
                 met = victim.calls > n;
-                heapCalls = nullptr;
+                heapCalls = systemCalls = nullptr;
                 ASSERT_FALSE(HasFailure());
             }
         }
     }
     EXPECT_GT(failures * static_cast<int>(SweepStep()), 1500);  // the sweeps have reached the calls
+}
+
+TEST(Failures, OfAHostWithoutIdsLeft) {
+    using namespace platform;
+    struct Kind { int32_t (*take)(); int32_t (*give)(int32_t); };
+    static const int32_t mutex = MutexCreate("", 0);
+    const Kind kinds[] = {{[] { return MutexCreate("", 0); }, MutexDelete},
+                          {[] { return ConditionCreate("", 0, mutex); }, ConditionDelete},
+                          {[] { return ThreadCreate("", nullptr, 0, 0); }, ThreadDelete}};
+    for (const Kind& kind : kinds) {
+        std::vector<int32_t> ids;
+        for (int32_t id; (id = kind.take()) >= 0;)
+            ids.push_back(id);
+        EXPECT_EQ(Session(Files()[0]).Open(), -1);
+        for (const int32_t id : ids)
+            EXPECT_EQ(kind.give(id), 0);
+        EXPECT_EQ(kind.give(ids.at(0)), -1);  // not in use
+        EXPECT_EQ(Session(Files()[0]).Open(), 0);
+    }
+    MutexDelete(mutex);
+    EXPECT_EQ(MutexLock(0) + MutexUnlock(33) + ConditionWait(1) + ConditionSignal(-1) + ThreadStart(2, nullptr) + ThreadWait(3), -6);
 }
 
 TEST(Failures, OfAPlayerThatTakesItsWordBack) {
