@@ -17,7 +17,7 @@ static_assert(offsetof(AccessUnit, trackIndex) == 44 && offsetof(AccessUnit, isV
 int32_t FetchUnit(TrackCursor& cursor, FileMovie* movie, AccessUnit* unit) {
     Track& track = *cursor.track;
     UnitHandler* handler = track.GetUnitHandler();
-    if (!unit || !movie || !handler)
+    if (!unit || !handler)
         return -1;
     unit->size = 0;
     const int32_t sample = cursor.nextSample;

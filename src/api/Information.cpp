@@ -12,7 +12,7 @@ constexpr uint32_t kLevelMark3D = 100;
 
 // @return null on a handle that is not open
 FileReader* StreamingReader(const Mp4Demux* demux) {
-    return IsLive(demux) && demux->trackCount != 0 && demux->source ? demux->source->Reader() : nullptr;
+    return IsLive(demux) && demux->trackCount != 0 ? demux->source->Reader() : nullptr;
 }
 
 }  // namespace
@@ -24,7 +24,7 @@ int32_t KivMp4GetTrackInfo(Mp4Demux* demux, int32_t trackIndex, CodecInfo* info)
     if (!IsLive(demux) || !info || !demux->movie || trackIndex >= static_cast<int32_t>(demux->movie->TrackCount()))
         return -1;
     const TrackCursor* cursor = demux->CursorAt(static_cast<uint32_t>(trackIndex));
-    if (!cursor || !cursor->track->GetTrackInfo(info, 0))
+    if (!cursor->track->GetTrackInfo(info, 0))
         return -1;
     if (info->kind == 0) {
         info->maxTrackOffset = static_cast<uint32_t>(demux->maxTrackOffset);

@@ -62,17 +62,20 @@ ReadStatus FileReader::State() const {
     return running ? ReadStatus::Done : ReadStatus::NotReady;
 }
 
+// As the thread learnt it; before that, as the player told last.
+int64_t FileReader::KnownEnd() const {
+    const int64_t learnt = fileSize;
+    return learnt ? learnt : announcedSize.load();
+}
+
 bool FileReader::CrossesEnd(int64_t offset, uint32_t size) const {
-    const uint64_t learnt = static_cast<uint64_t>(fileSize.load());
-    const uint64_t end = learnt ? learnt : static_cast<uint64_t>(announcedSize.load());
-    const uint64_t start = static_cast<uint64_t>(offset);
+    const uint64_t start = static_cast<uint64_t>(offset), end = static_cast<uint64_t>(KnownEnd());
     return end != 0 && (start > end || size > end - start);
 }
 
 ReadStatus FileReader::RefuseBeyondEnd(int64_t offset, uint32_t size) const {
-    const int64_t end = fileSize ? fileSize : announcedSize;
     LogError(logLevel, "Read", 256, "Read():  File End reached. Cannot get %d at %lld as it crosses %lld \n",
-             static_cast<int>(size), static_cast<long long>(offset), static_cast<long long>(end));
+             static_cast<int>(size), static_cast<long long>(offset), static_cast<long long>(KnownEnd()));
     return ReadStatus::Failed;
 }
 
@@ -197,8 +200,8 @@ ReadStatus FileReader::CopyOut(uint8_t* destination, int64_t offset, uint32_t si
     const int64_t requestEnd = offset + size;
     uint32_t copied = 0;
     int64_t skip = offset - blocks->offset;
-    bool dropped = false, adjoins = true;
-    while (adjoins && requestEnd > blocks->offset + blocks->length) {
+    bool dropped = false;
+    while (requestEnd > blocks->offset + blocks->length) {
         if (const int64_t usable = blocks->length - skip; usable > 0) {
             std::memcpy(destination + copied, blocks->data + skip, static_cast<size_t>(usable));
             copied += static_cast<uint32_t>(usable);
@@ -215,15 +218,17 @@ ReadStatus FileReader::CopyOut(uint8_t* destination, int64_t offset, uint32_t si
             if (const ReadStatus status = TakeQueue(); status != ReadStatus::Done)
                 return status;
         }
-        adjoins = blocks->offset == expected;  // unless the queue was flushed and refilled meanwhile
+        if (blocks->offset != expected) {  // the queue was flushed and refilled meanwhile
+            bufferLock.Unlock();
+            return ReadStatus::NotReady;
+        }
     }
-    if (adjoins)
-        std::memcpy(destination + copied, blocks->data + skip, size - copied);
+    std::memcpy(destination + copied, blocks->data + skip, size - copied);
     served.store(served.load(std::memory_order_relaxed) + size, std::memory_order_relaxed);
     bufferLock.Unlock();
     if (dropped)
         SignalSpace();
-    return adjoins ? ReadStatus::Done : ReadStatus::NotReady;
+    return ReadStatus::Done;
 }
 
 // Gives the oldest block back to the pool; bufferLock is held. SignalSpace follows once it is not.

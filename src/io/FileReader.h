@@ -77,6 +77,7 @@ private:
 
     // Reading
     ReadStatus State() const;
+    int64_t KnownEnd() const;
     bool CrossesEnd(int64_t offset, uint32_t size) const;
     ReadStatus RefuseBeyondEnd(int64_t offset, uint32_t size) const;
     ReadStatus ReadRaw(void* destination, int64_t offset, uint32_t size, uint32_t& delivered);

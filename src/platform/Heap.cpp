@@ -1,6 +1,7 @@
 // Segregated free lists with boundary tags: finding, splitting and joining blocks all take constant time.
 #include "platform/Heap.h"
 
+#include <algorithm>
 #include <atomic>
 #include <bit>
 #include <cstring>
@@ -42,9 +43,7 @@ KIVMP4_NO_ASAN Heap* Heap::Create(void* memory, size_t capacity) {
     heap->lock.Create("heap");
     const uint32_t number = heapsMade.fetch_add(1, std::memory_order_relaxed) + 1;
     heap->secret = static_cast<uint32_t>(address >> 4) ^ number * 0x27D4EB2Fu;
-    size_t units = (capacity - skip - kControl) / kUnit;
-    if (units > UINT32_MAX - 2)
-        units = UINT32_MAX - 2;  // 64 GiB: more cannot be used
+    const size_t units = std::min<size_t>((capacity - skip - kControl) / kUnit, UINT32_MAX - 2);  // 64 GiB
     heap->base = reinterpret_cast<uint8_t*>(heap) + kControl - kUnit;
     heap->end = static_cast<uint32_t>(units) + 1;
     Forbid(heap->base + kUnit, units * kUnit);
@@ -185,7 +184,7 @@ void* Heap::Allocate(size_t size, uint32_t mark) { return AllocateAligned(kUnit,
 
 KIVMP4_NO_ASAN void* Heap::AllocateAligned(size_t alignment, size_t size, uint32_t mark) {
     const size_t slack = alignment > kUnit ? alignment + kMinUnits * kUnit : 0;
-    if (size > INT32_MAX || slack > INT32_MAX)
+    if (size > INT32_MAX)
         return nullptr;
     const uint32_t units = UnitsFor(size);
     lock.Lock();

@@ -71,7 +71,7 @@ int32_t ThreadWait(int32_t id) {
 
 int32_t ThreadDelete(int32_t id) {
     Thread* thread = threads.Find(id);
-    if (!thread || thread->started)
+    if (!thread)
         return -1;
     threads.Release(id);
     return 0;

@@ -26,8 +26,6 @@ void ClientFree(const ClientAllocator* allocator, void* block) {
 
 uint32_t* AllocateWords(const ClientAllocator* allocator, uint64_t count) {
     const uint64_t size = count * sizeof(uint32_t) + kMarkerRoom;
-    if (size > INT32_MAX)
-        return nullptr;
     uint8_t marker = kFromModuleHeap;
     void* block = ModuleAllocRaw(alignof(uint32_t), static_cast<size_t>(size));
     if (!block) {

@@ -28,10 +28,8 @@ public:
         return true;
     }
 
-    /// @return null for a position that is not below Count()
+    /// @param position  below Count()
     T* At(uint32_t position) const {
-        if (position >= count)
-            return nullptr;
         const Node* node = lastFound && lastFound->position <= position ? lastFound : head;
         while (node->position != position)
             node = node->next;

@@ -13,7 +13,7 @@ constexpr uint32_t kPayloadMark = 0x50415944;
 platform::Heap* moduleHeap = nullptr;  // in the player's memory; null between handles
 
 void* AllocateZeroed(size_t size, uint32_t mark) {
-    if (!moduleHeap || size > INT32_MAX)
+    if (size > INT32_MAX)
         return nullptr;
     const size_t rounded = (size + 3) & ~static_cast<size_t>(3);
     void* block = moduleHeap->Allocate(rounded, mark);
@@ -30,8 +30,7 @@ bool CreateModuleHeap(void* memory, size_t capacity) {
 }
 
 int32_t DestroyModuleHeap() {
-    if (moduleHeap)
-        moduleHeap->Delete();
+    moduleHeap->Delete();
     moduleHeap = nullptr;
     return 0;
 }
@@ -41,22 +40,22 @@ void* ModuleAlloc(uint32_t, size_t size) { return AllocateZeroed(size, 0); }
 void* ModuleAllocPayload(size_t size) { return AllocateZeroed(size, kPayloadMark); }
 
 void* ModuleAllocRaw(size_t alignment, size_t size) {
-    return moduleHeap ? moduleHeap->AllocateAligned(alignment, size) : nullptr;
+    return moduleHeap->AllocateAligned(alignment, size);
 }
 
 bool ModuleExtend(void* block, size_t size, size_t newSize) {
-    if (!moduleHeap || newSize < size || !moduleHeap->Extend(block, newSize))
+    if (!moduleHeap->Extend(block, newSize))
         return false;
     std::memset(static_cast<uint8_t*>(block) + size, 0, newSize - size);
     return true;
 }
 
 bool ModuleOwnsPayload(const void* block, size_t size) {
-    return moduleHeap && moduleHeap->Owns(block, size, kPayloadMark);
+    return moduleHeap->Owns(block, size, kPayloadMark);
 }
 
 void ModuleFree(void* block) {
-    if (moduleHeap && block)
+    if (block)
         moduleHeap->Free(block);
 }
 

@@ -11,11 +11,11 @@ namespace kivmp4 {
 /// The two words are those given to KivMp4Create. @return false, with no heap, when the memory is too small
 [[nodiscard]] bool CreateModuleHeap(void* memory, size_t capacity);
 
-/// Takes everything still allocated with it; without a heap it does nothing. @return 0
+/// Takes everything still allocated with it. Nothing below may be called without a heap. @return 0
 int32_t DestroyModuleHeap();
 
 /// @param alignment  accepted for the callers' sake: every block is aligned to 16 bytes
-/// @return zeroed bytes, as many as the next multiple of 4; null when the heap is full or gone
+/// @return zeroed bytes, as many as the next multiple of 4; null when the heap is full
 [[nodiscard]] void* ModuleAlloc(uint32_t alignment, size_t size);
 
 /// For large buffers that are filled at once: aligned as asked, contents arbitrary.

@@ -74,7 +74,7 @@ TEST(Handle, RefusesNullArgumentsAndStaleHandles) {
     }
     CodecInfo info = {};
     ASSERT_TRUE(first.Create());
-    EXPECT_EQ(KivMp4GetTrackInfo(first.demux, 0, &info), -1);  // not open yet
+    EXPECT_EQ(KivMp4GetTrackInfo(first.demux, 0, &info) + KivMp4EnableTrack(first.demux, -1, 1), -2);  // not open yet
     ASSERT_TRUE(first.Start());
     EXPECT_EQ(KivMp4GetTrackInfo(first.demux, 2, &info), -1);
     EXPECT_EQ(KivMp4GetTrackInfo(first.demux, -1, &info), 0);  // stands for track 0
@@ -84,6 +84,7 @@ TEST(Handle, RefusesNullArgumentsAndStaleHandles) {
     EXPECT_EQ(KivMp4Open(first.demux, nullptr, &first.duration), -1);
     EXPECT_EQ(KivMp4InitUnit(first.demux, nullptr), -1);
     EXPECT_EQ(first.Deliver(2).size(), 2u);  // nothing has moved
+    EXPECT_EQ(KivMp4GetNextUnitData(first.demux, nullptr), -1);
 
     ASSERT_TRUE(second.Start());  // closes the first one
     first.CheckLeftovers();

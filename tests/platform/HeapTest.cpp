@@ -54,6 +54,19 @@ TEST(Heap, KeepsBlocksApartAndComesBackWhole) {
     EXPECT_NE(heap.Allocate((1 << 20) - 4096), nullptr);
 }
 
+TEST(Heap, FindsTheLargestOfManyBlocksOfAClass) {
+    Arena arena(1 << 17);
+    Heap& heap = *arena.heap;
+    std::vector<void*> blocks = {heap.Allocate(1056)};
+    do
+        blocks.push_back(heap.Allocate(16) ? heap.Allocate(1024) : nullptr);
+    while (blocks.back());
+    while (heap.Allocate(16)) {}
+    for (void* block : blocks)
+        heap.Free(block);
+    EXPECT_EQ(heap.Allocate(1056), blocks[0]);
+}
+
 TEST(Heap, IgnoresWhatIsNoLiveBlockOfIt) {
     Arena arena(1 << 16);
     Heap& heap = *arena.heap;
@@ -69,6 +82,7 @@ TEST(Heap, IgnoresWhatIsNoLiveBlockOfIt) {
     }
     for (size_t size : {size_t{0x80000000}, SIZE_MAX, SIZE_MAX - 2, size_t{1} << 16})
         EXPECT_EQ(heap.AllocateAligned(256, size), nullptr) << size;
+    EXPECT_FALSE(heap.Extend(second, size_t{0x80000000}));
     heap.Free(first);
     heap.Free(first);
     EXPECT_TRUE(!heap.Owns(first, 1) && heap.Owns(second, 100) && !heap.Owns(second, 1000));

@@ -29,7 +29,6 @@ using Fault = MemoryFile::Fault;
 // Small tables come from the heap, those above 1024 bytes from the player.
 std::vector<Bytes> Files() {
     Movie video{.tracks = {VideoTrack(30)}}, sound{.tracks = {AudioTrack(30)}}, many{.tracks = {AudioTrack(30), VideoTrack(300)}};
-    sound.tracks[0].timescale = 200000;  // finer than ticks
     const Bytes delay = Box("edts", Words("elst", {2, 500, 0xFFFFFFFF, 0, 9, 0, 0}));
     video.tracks[0].replace = {{"stss", Words("stss", {3, 1, 11, 21})}, {"ctts", Words("ctts", {1, 30, 3000})}, {"edts", delay}};
     video.tracks[0].samples[5] = Prefixed(4, {Nal(70000)});  // read past the buffer
@@ -121,6 +120,7 @@ TEST(Failures, OfAPlayerThatTakesItsWordBack) {
     const auto size = static_cast<int64_t>(content.size());
     struct Case { const char* name; int64_t firstSize; uint32_t asks; bool opens; };
     const Case cases[] = {
+        {"never known", 0, FailingCall::kForEver, false},
         {"known late", 0, 20, true},       {"negative at first", -size, 20, true}, {"grows", size / 2, 1, true},
         {"grows late", size - 9, 3, true}, {"shrinks", size + 5000, 1, false},
         {"endless", std::numeric_limits<int64_t>::max(), 1, false},
