@@ -53,6 +53,11 @@ void LookUp(Track& track, int32_t sample, uint32_t random) {
 void Exercise(Track& track, FileMovie& movie, uint32_t random) {
     CodecInfo info = {};
     (void)track.GetTrackInfo(&info, 0);
+    for (const size_t byte : {4, 8, 12, 40, 56, 60, 76, 84, 85}) {  // a configuration that the track may not have
+        CodecInfo other = info;
+        reinterpret_cast<uint8_t*>(&other)[byte] ^= 1;
+        (void)track.SelectUnitHandler(&other);
+    }
     (void)track.SelectUnitHandler(&info);
     UnitHandler* handler = track.GetUnitHandler();
     AccessUnit unit = {};
@@ -71,6 +76,7 @@ void Exercise(Track& track, FileMovie& movie, uint32_t random) {
             handler->Reset();
         const int64_t offset = track.GetSampleOffset(sample);
         const int32_t size = handler->FormatUnit(unit, movie, offset, track.GetSampleSize(sample));
+        Require(handler->GetMaxUnitSize(100) >= 100, "a bound is no smaller than the sample");
         Require(unit.size >= 0 && unit.size <= unit.capacity && (!size || size == unit.size), "units fit their block");
     }
     ModuleFree(unit.payload);

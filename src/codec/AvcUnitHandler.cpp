@@ -47,7 +47,7 @@ void AppendBytes(AccessUnit& unit, const uint8_t* bytes, size_t size) {
 
 AvcUnitHandler::AvcUnitHandler(ByteView config) : avcConfigSize(static_cast<int32_t>(config.size)) {
     avcConfig = static_cast<uint8_t*>(ModuleAlloc(1, config.size));
-    if (!avcConfig || config.size == 0)
+    if (!avcConfig)
         return;
     std::memcpy(avcConfig, config.data, config.size);
     if (config.size > 4)

@@ -10,9 +10,7 @@ namespace {
 
 // The longest prefix that a value up to `largest` can need, by a rule of its own: 31 at the most.
 uint32_t PrefixLimit(uint32_t largest) {
-    if (largest <= 1)
-        return 0;
-    uint32_t bits = 1;
+    uint32_t bits = static_cast<uint32_t>(largest > 1);
     while (bits < 31 && (1u << bits) < largest)
         ++bits;
     return bits;

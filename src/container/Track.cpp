@@ -145,7 +145,7 @@ void Track::ParseArrays() {
 }
 
 bool Track::GetTrackInfo(CodecInfo* record, uint32_t index) const {
-    if (!record || !elementaryStream)
+    if (!record)
         return false;
     const bool described = elementaryStream->GetCodecInfo(record, index);
     for (int letter = 0; letter < 3; ++letter)

@@ -29,16 +29,16 @@ public:
     bool IsValid() const { return trak != nullptr; }
     uint32_t TrackIndex() const { return trackIndex; }
 
-    bool IsVideo() const { return elementaryStream && elementaryStream->IsVideo(); }
-    bool IsAudio() const { return elementaryStream && elementaryStream->IsAudio(); }
-    bool IsText() const { return elementaryStream && elementaryStream->IsText(); }
+    bool IsVideo() const { return elementaryStream->IsVideo(); }
+    bool IsAudio() const { return elementaryStream->IsAudio(); }
+    bool IsText() const { return elementaryStream->IsText(); }
 
     /// Fills the player's record and adds the language. @param index  of the configuration: only 0 exists
     [[nodiscard]] bool GetTrackInfo(CodecInfo* record, uint32_t index) const;
     [[nodiscard]] bool SelectUnitHandler(const CodecInfo* record) {
-        return elementaryStream && elementaryStream->SelectUnitHandler(record);
+        return elementaryStream->SelectUnitHandler(record);
     }
-    UnitHandler* GetUnitHandler() const { return elementaryStream ? elementaryStream->GetUnitHandler() : nullptr; }
+    UnitHandler* GetUnitHandler() const { return elementaryStream->GetUnitHandler(); }
 
     // Questions about one sample, answered by the tables.
     /// Samples with a size; compared with sample indices as a signed number.
@@ -103,7 +103,8 @@ private:
     int64_t duration = 0;              // media units
     char language[3] = {};             // ISO 639-2/T letters
     Mp4Box* stbl = nullptr;            // borrowed
-    ElementaryStream* elementaryStream = nullptr;  // these four are owned through the record beside them
+    ElementaryStream* elementaryStream = nullptr;  // never null in a valid track; these four are owned through the record
+                                                   // beside them
     CriticalSmart* elementaryStreamOwner = nullptr;
     SampleMap* sampleMap = nullptr;
     CriticalSmart* sampleMapOwner = nullptr;

@@ -35,6 +35,7 @@ TEST(Mp4Box, WalksChildrenAsFarAsTheyFit) {
         EXPECT_EQ(tree.File().GetChild(c.children), nullptr);
         if (c.children > 0) {
             EXPECT_EQ(tree.File().GetChild(c.children - 1)->GetSize(), c.lastSize);
+            EXPECT_EQ(tree.File().CountChildren(FourCc("mdat")) > 0, tree.File().GetChildOffset(FourCc("mdat")) >= 0);
         }
     }
 }
