@@ -53,7 +53,7 @@ void LookUp(Track& track, int32_t sample, uint32_t random) {
 void Exercise(Track& track, FileMovie& movie, uint32_t random) {
     CodecInfo info = {};
     (void)track.GetTrackInfo(&info, 0);
-    for (const size_t byte : {4, 8, 12, 40, 56, 60, 76, 84, 85}) {  // a configuration that the track may not have
+    for (const int byte : {4, 8, 12, 40, 56, 60, 76, 84, 85}) {  // a configuration that the track may not have
         CodecInfo other = info;
         reinterpret_cast<uint8_t*>(&other)[byte] ^= 1;
         (void)track.SelectUnitHandler(&other);
