@@ -43,13 +43,6 @@ bool SampleMap::ParseSizes(Mp4Box& stbl) {
     return true;
 }
 
-uint32_t SampleMap::MaxSampleSize() const {
-    uint32_t largest = constantSize;
-    for (uint32_t sample = 0; constantSize == 0 && sample < sampleCount; ++sample)
-        largest = std::max(largest, GetSampleSize(static_cast<int32_t>(sample)));
-    return largest;
-}
-
 uint32_t SampleMap::GetSampleSize(int32_t sample) const {
     const uint32_t index = static_cast<uint32_t>(sample);
     if (index >= sampleCount)

@@ -19,8 +19,6 @@ public:
     [[nodiscard]] bool Parse(Mp4Box& stbl);
 
     uint32_t SampleCount() const { return sampleCount; }
-    /// The constant size or the largest one of the table; looks at all of it.
-    uint32_t MaxSampleSize() const;
 
     /// @return bytes; 0 for an index that is not below the count
     uint32_t GetSampleSize(int32_t sample) const;
