@@ -13,7 +13,6 @@ TEST(Mp4Box, WalksChildrenAsFarAsTheyFit) {
     const Bytes moov = Box("moov", {}), mdat = Box("mdat", Hex("01 02")), skip = Box("free", {});
     const Case cases[] = {
         {"ends behind the later of moov and mdat", Join({skip, moov, mdat, skip, skip}), 3, 10},
-        {"either way round", Join({skip, mdat, moov, skip}), 3, 8},
         {"goes on while one is missing", Join({skip, moov, moov, skip}), 4, 8},
         {"size 0 takes the rest", Join({skip, Hex("00000000 6d646174 0102030405")}), 2, 13},
         {"64-bit size", Join({skip, Box64("mdat", Hex("0102"))}), 2, 18},
@@ -25,7 +24,6 @@ TEST(Mp4Box, WalksChildrenAsFarAsTheyFit) {
         {"greatest 64-bit size", Join({skip, Hex("00000001 66726565 7fffffffffffffff"), skip}), 1, 8},
         {"one byte beyond the file", Join({skip, Hex("0000000a 66726565 00")}), 1, 8},
         {"header cut off", Join({skip, Hex("0000000a 667265")}), 1, 8},
-        {"64-bit header cut off", Join({skip, Hex("00000001 66726565 0000")}), 1, 8},
         {"empty", {}, 0, 0},
     };
     for (const Case& c : cases) {
