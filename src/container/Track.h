@@ -1,4 +1,4 @@
-// One usable track of the movie: its media header, sample tables, per-sample arrays and coded stream.
+// One usable track of the movie: its media header, sample tables and coded stream.
 #pragma once
 
 #include <cstdint>
@@ -120,7 +120,7 @@ private:
     RunTable compositionRuns;
     RunTable decodeRuns;
     TickSteps decodeTicks;
-    uint32_t sttsEntryCount = 0;       // 0 unless the decode times were expanded
+    uint32_t sttsEntryCount = 0;       // 0 unless the table tells decode times
     uint32_t sampleCount = 0;          // that "stts" speaks of
     uint32_t syncSampleCount = 0;
     bool syncAscending = true;         // the table is in order: it can be searched by halves

@@ -1,4 +1,4 @@
-// Searches over a track's expanded arrays: where to start playing at a time, and the neighbouring sync samples.
+// Searches over the times of a track: where to start playing at one, and the neighbouring sync samples.
 #include "container/Track.h"
 
 #include <algorithm>

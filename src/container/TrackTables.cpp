@@ -1,9 +1,8 @@
-// Expanding a track's sync and time tables into plain arrays for seeking and navigation.
+// A track's sync and time tables, for seeking and navigation.
 #include "container/Track.h"
 
 #include "support/ClientMemory.h"
 #include "support/Log.h"
-#include "support/Wrap.h"
 
 namespace kivmp4 {
 namespace {
