@@ -53,11 +53,10 @@ void LookUp(Track& track, int32_t sample, uint32_t random) {
 void Exercise(Track& track, FileMovie& movie, uint32_t random) {
     CodecInfo info = {};
     (void)track.GetTrackInfo(&info, 0);
-    for (const int byte : {4, 8, 12, 40, 56, 60, 76, 84, 85}) {  // a configuration that the track may not have
-        CodecInfo other = info;
-        reinterpret_cast<uint8_t*>(&other)[byte] ^= 1;
-        (void)track.SelectUnitHandler(&other);
-    }
+    const int fields[] = {4, 8, 12, 40, 56, 60, 76, 84, 85};
+    CodecInfo other = info;
+    reinterpret_cast<uint8_t*>(&other)[fields[random % 9]] ^= 1;
+    (void)track.SelectUnitHandler(&other);  // which the track may not have
     (void)track.SelectUnitHandler(&info);
     UnitHandler* handler = track.GetUnitHandler();
     AccessUnit unit = {};
