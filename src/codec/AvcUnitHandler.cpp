@@ -57,8 +57,7 @@ AvcUnitHandler::AvcUnitHandler(ByteView config) : avcConfigSize(static_cast<int3
 AvcUnitHandler::~AvcUnitHandler() { ModuleFree(avcConfig); }
 
 int32_t AvcUnitHandler::GetMaxUnitSize(int32_t n) const {
-    const int32_t growth = nalLengthSize < 4 ? (4 - nalLengthSize) * 12 : 0;
-    return Bound(int64_t{n} + avcConfigSize + growth);
+    return Bound(int64_t{n} + avcConfigSize + (4 - nalLengthSize) * 12);
 }
 
 int32_t AvcUnitHandler::FormatUnit(AccessUnit& unit, SampleReader& reader, int64_t offset, uint32_t sampleSize) {

@@ -8,7 +8,7 @@ namespace kivmp4 {
 
 class AvcUnitHandler : public UnitHandler {
 public:
-    /// @param config  the AVCDecoderConfigurationRecord (ISO/IEC 14496-15, 5.3.3.1); copied
+    /// @param config  the AVCDecoderConfigurationRecord (ISO/IEC 14496-15, 5.3.3.1), not empty; copied
     explicit AvcUnitHandler(ByteView config);
     ~AvcUnitHandler() override;
 

