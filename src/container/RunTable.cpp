@@ -6,11 +6,6 @@
 #include "support/ModuleHeap.h"
 
 namespace kivmp4 {
-namespace {
-
-constexpr uint32_t kMarkStep = 64;
-
-}  // namespace
 
 RunTable::~RunTable() { ModuleFree(marks); }
 

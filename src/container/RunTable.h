@@ -22,6 +22,8 @@ public:
     /// Looks at all entries.
     uint64_t Samples() const;
 
+    /// False for a long table without memory for marks: a search that jumps to and fro would start over each time.
+    bool FindsAnywhere() { return entries <= kMarkStep || HaveMarks(); }
     /// @return whether the table, whose Samples() fit in 32 bits, has this one; Value and SumBefore then tell of it
     bool Find(uint32_t sample);
     uint32_t Value() const { return ValueAt(entry); }
@@ -29,6 +31,7 @@ public:
     uint64_t SumBefore(uint32_t sample) const { return start.sum + uint64_t{sample - start.sample} * Value(); }
 
 private:
+    static constexpr uint32_t kMarkStep = 64;
     struct Start {
         uint64_t sum;     // of the values of all samples before
         uint32_t sample;

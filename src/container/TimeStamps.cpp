@@ -88,10 +88,15 @@ int32_t TimeStamps::CompositionUnits(int32_t sample) {
     if (cttsCount == 0)
         return 0;
     const auto samplesOf = [this](uint32_t entry) { return int64_t{ReadBE32(CttsEntry(entry))}; };
-    if (sample < ctsFirstSample && ctsMarks.Exist(cttsCount, samplesOf))
-        ctsEntry = ctsMarks.StartFor(sample, cttsCount, ctsFirstSample, samplesOf);
-    for (; sample < ctsFirstSample && ctsEntry > 0; --ctsEntry)
-        ctsFirstSample = WrapSubtract32(ctsFirstSample, ReadBE32(CttsEntry(ctsEntry - 1)));
+    // A search backward asks for one sample after the other: near ones are reached step by step, others by the marks.
+    for (uint32_t steps = 0; sample < ctsFirstSample && ctsEntry > 0; ++steps) {
+        if (steps == SparseMarks::kStep && ctsMarks.Exist(cttsCount, samplesOf)) {
+            ctsEntry = ctsMarks.StartFor(sample, cttsCount, ctsFirstSample, samplesOf);
+            break;
+        }
+        --ctsEntry;
+        ctsFirstSample = WrapSubtract32(ctsFirstSample, ReadBE32(CttsEntry(ctsEntry)));
+    }
     for (uint32_t steps = 0; ctsEntry < cttsCount; ++steps) {
         if (steps == SparseMarks::kStep && ctsMarks.Exist(cttsCount, samplesOf))
             ctsEntry = ctsMarks.StartFor(sample, cttsCount, ctsFirstSample, samplesOf);

@@ -56,7 +56,7 @@ bool Track::FindCandidate(uint64_t time, uint32_t& candidate) {
     if (sampleCount > 1 && time < static_cast<uint64_t>(ArrayDecodeTime(1)))
         return true;
     uint32_t sample = 1;
-    if (TimesAscend()) {
+    if (decodeRuns.FindsAnywhere() && TimesAscend()) {
         for (uint32_t end = sampleCount; sample < end;) {
             const uint32_t middle = sample + (end - sample) / 2;
             if (ArrayTime(middle) <= time)
