@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "api/Mp4Demux.h"
-#include "platform/Thread.h"
+#include "platform/Clock.h"
 #include "support/Log.h"
 
 using namespace kivmp4;

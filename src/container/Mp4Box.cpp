@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "platform/Thread.h"
+#include "platform/Clock.h"
 #include "support/ClientMemory.h"
 
 namespace kivmp4 {

@@ -1,10 +1,7 @@
 // The reading side of the streaming reader: open, positioned reads, trick mode, stop.
 #include "io/FileReader.h"
 
-#include <algorithm>
-#include <cstring>
-
-#include "platform/Thread.h"
+#include "platform/Clock.h"
 #include "support/Log.h"
 
 namespace kivmp4 {
@@ -14,17 +11,9 @@ constexpr uint32_t kPollDelay = 90;  // microseconds
 constexpr int32_t kPriorityStep = 15;
 constexpr size_t kStackSize = 0x4000;
 
-// The one reader that streams; the thread's entry finds it here.
-std::atomic<FileReader*> streamingReader{nullptr};
-
 int32_t ThreadPriority(int32_t base) { return base > INT32_MAX - kPriorityStep ? INT32_MAX : base + kPriorityStep; }
 
 }  // namespace
-
-int32_t FileReader::FileStreamingThread(void*) {
-    streamingReader.load()->Stream();
-    return 0;
-}
 
 ReadStatus FileReader::Open(const char* path, uint32_t mode, const FileInterface* file, int32_t basePriority) {
     fileInterface = file;
@@ -37,10 +26,8 @@ ReadStatus FileReader::Open(const char* path, uint32_t mode, const FileInterface
         LogError(logLevel, "Open", 214, " File Create Critical failed, returing ERROR_MP4DEMUX_FAILED");
         return ReadStatus::NotReady;
     }
-    streamingReader = this;
     const int32_t priority = ThreadPriority(basePriority);
-    thread = platform::ThreadCreate("orvale FileStreaming", FileStreamingThread, priority, kStackSize);
-    if (thread < 0 || platform::ThreadStart(thread, this) < 0) {
+    if (!thread.Start("orvale FileStreaming", FileStreamingThread, this, priority, kStackSize)) {
         LogError(logLevel, "Open", 229, " Failed to start Thread ");
         return ReadStatus::NotReady;
     }
@@ -55,11 +42,11 @@ int64_t FileReader::GetFileSize() {
     return size;
 }
 
-// Done while the thread runs. A thread that ended by itself will never bring what a wait is for.
+// Done while the thread runs. A thread that could not set itself up will never bring what a wait is for.
 ReadStatus FileReader::State() const {
-    if (threadEnded)
+    if (setupFailed)
         return ReadStatus::Failed;
-    return running ? ReadStatus::Done : ReadStatus::NotReady;
+    return running && !stopRequested ? ReadStatus::Done : ReadStatus::NotReady;
 }
 
 // As the thread learnt it; before that, as the player told last.
@@ -81,7 +68,7 @@ ReadStatus FileReader::RefuseBeyondEnd(int64_t offset, uint32_t size) const {
 
 ReadStatus FileReader::Read(void* destination, int64_t offset, uint32_t size, uint32_t& delivered) {
     delivered = 0;
-    if (const ReadStatus state = WaitForStart(); state != ReadStatus::Done)
+    if (const ReadStatus state = AwaitStart(); state != ReadStatus::Done)
         return state;
     if (readFailed)
         return ReadStatus::Failed;
@@ -89,18 +76,37 @@ ReadStatus FileReader::Read(void* destination, int64_t offset, uint32_t size, ui
         return RefuseBeyondEnd(offset, size);
     if (size == 0)  // the player is never asked for nothing: it could only answer "nothing yet"
         return ReadStatus::Done;
-    if (size >= kBlockSize || flushed)
+    if (size >= BlockQueue::kBlockSize || flushed)
         return ReadRaw(destination, offset, size, delivered);
 
-    const ReadStatus status = ReadBuffered(static_cast<uint8_t*>(destination), offset, size);
+    const ReadStatus status = ReadBuffered({static_cast<uint8_t*>(destination), offset, size});
     if (status == ReadStatus::Done)
         delivered = size;
     return status;
 }
 
-// A count that is not the size asked for is for the caller to judge.
+// Right after Open the thread is still setting itself up. @return as State, after one poll's time at the longest
+ReadStatus FileReader::AwaitStart() {
+    if (!running)
+        queue.Await([this] { return running || setupFailed || stopRequested; },
+                    platform::MonotonicTime() + kPollDelay * 1000);
+    return State();
+}
+
+// The thread brings a block unless it is gone, its fill failed, or it idles because of a flush. It may have learnt a
+// smaller size than the read was tested against.
+ReadStatus FileReader::AwaitBlock(const ReadRequest& request) {
+    if (CrossesEnd(request.offset, request.left))
+        return RefuseBeyondEnd(request.offset, request.left);
+    queue.AwaitBlock([this] { return stopRequested || readFailed || flushed; });
+    if (readFailed)
+        return ReadStatus::Failed;
+    return flushed ? ReadStatus::NotReady : State();
+}
+
+// A count that is not the size asked for is for the caller to judge. Until the player has bytes it can only be polled.
 ReadStatus FileReader::ReadRaw(void* destination, int64_t offset, uint32_t size, uint32_t& delivered) {
-    LockIo();
+    const platform::LockGuard guard(ioLock);
     for (;;) {
         delivered = fileInterface->read(fileInterface->context, destination, offset, size);
         LogDebug(logLevel, "Read", 269, "RAW READ:  Size: %d, Position: %lld  \n", static_cast<int>(size),
@@ -108,172 +114,62 @@ ReadStatus FileReader::ReadRaw(void* destination, int64_t offset, uint32_t size,
         if (delivered != 0)
             break;
         platform::DelayMicroseconds(kPollDelay);
-        if (!running)
+        if (stopRequested)
             break;
     }
-    ioLock.Unlock();
+    if (!flushed)
+        ReadOnAfter(offset + size);
     return ReadStatus::Done;
 }
 
-ReadStatus FileReader::ReadBuffered(uint8_t* destination, int64_t offset, uint32_t size) {
-    if (const ReadStatus status = TakeQueue(); status != ReadStatus::Done)
-        return status;
-    // Behind the wrap to the file's start the range looks inverted, and a read near the end jumps: meant.
-    if (offset < blocks->offset || offset > bufferedEnd) {
-        bufferLock.Unlock();
-        if (const ReadStatus status = Jump(offset, size); status != ReadStatus::Done)
-            return status;
-        if (const ReadStatus status = TakeQueue(); status != ReadStatus::Done)
-            return status;
-    }
-    return CopyOut(destination, offset, size);
+// The next small read mostly follows the large one; reading ahead inside of it would bring the same bytes again.
+void FileReader::ReadOnAfter(int64_t offset) {
+    fillPosition = AfterFill(queue.Restart(offset));
+    queue.HoldBack();
 }
 
-// Right after Open the thread is still setting itself up. @return as State, after one delay at the longest
-ReadStatus FileReader::WaitForStart() {
-    const uint32_t seen = progress.Changes();  // before the look, so that no change falls between the two
-    const ReadStatus state = State();
-    if (state != ReadStatus::NotReady || stopRequested)
-        return state;
-    progress.Wait(seen, kPollDelay);
-    return State();
-}
-
-// The thread brings data unless it is gone, its fill failed, or it idles because of a flush.
-ReadStatus FileReader::WaitForData() {
-    while (blockCount <= 0) {
-        const uint32_t seen = progress.Changes();
-        if (readFailed)
-            return ReadStatus::Failed;
-        if (flushed)
-            return ReadStatus::NotReady;
-        if (blockCount > 0)
-            break;
-        SignalSpace();
-        progress.Wait(seen, kPollDelay);
-        if (const ReadStatus state = State(); state != ReadStatus::Done)
-            return state;
-    }
-    return State();
-}
-
-// For all but the thread: they go before its next fill.
-void FileReader::LockIo() {
-    ++ioWaiters;
-    ioLock.Lock();
-    --ioWaiters;
-}
-
-// On Done bufferLock is held and a block is queued.
-ReadStatus FileReader::TakeQueue() {
+ReadStatus FileReader::ReadBuffered(ReadRequest request) {
     for (;;) {
-        bufferLock.Lock();
-        if (blocks)
-            return ReadStatus::Done;
-        bufferLock.Unlock();
-        if (const ReadStatus status = WaitForData(); status != ReadStatus::Done)
+        ReadStatus status = ReadStatus::NotReady;
+        switch (queue.Copy(request)) {
+            case CopyResult::Copied: return ReadStatus::Done;
+            case CopyResult::OutOfRange: status = Jump(request); break;
+            case CopyResult::Empty: status = AwaitBlock(request); break;
+            case CopyResult::Changed: break;
+        }
+        if (status != ReadStatus::Done)
             return status;
     }
 }
 
-// Empties the queue and sends the thread to `offset`.
-ReadStatus FileReader::Jump(int64_t offset, uint32_t size) {
-    LockIo();
-    if (CrossesEnd(offset, size)) {  // the thread may have learnt a smaller size than the first test went by
-        ioLock.Unlock();
-        return RefuseBeyondEnd(offset, size);
-    }
-    fillPosition = offset;
-    jumped = true;
-    bufferLock.Lock();
-    bufferedEnd = offset;
-    served = 0;
-    bufferLock.Unlock();
-    DropAll();
-    ioLock.Unlock();
+// Sends the thread to the request's offset, unless the fill that ran meanwhile has brought it: ioLock was free only
+// after that fill's end.
+ReadStatus FileReader::Jump(ReadRequest& request) {
+    const platform::LockGuard guard(ioLock);
+    if (queue.Covers(request.offset))
+        return ReadStatus::Done;
+    fillPosition = AfterFill(queue.Restart(request.offset));
+    request.placed = true;
     return ReadStatus::Done;
-}
-
-// Copies from the head block and those behind it, dropping every block that the request reaches past. bufferLock is held
-// on entry and released on every way out; while it waits for the thread's next block it is not held.
-ReadStatus FileReader::CopyOut(uint8_t* destination, int64_t offset, uint32_t size) {
-    const int64_t requestEnd = offset + size;
-    uint32_t copied = 0;
-    int64_t skip = offset - blocks->offset;
-    bool dropped = false;
-    while (requestEnd > blocks->offset + blocks->length) {
-        if (const int64_t usable = blocks->length - skip; usable > 0) {
-            std::memcpy(destination + copied, blocks->data + skip, static_cast<size_t>(usable));
-            copied += static_cast<uint32_t>(usable);
-            skip = 0;
-        } else {
-            skip -= blocks->length;  // the block lies wholly before the request
-        }
-        const int64_t expected = blocks->offset + blocks->length;
-        DropHead();
-        dropped = true;
-        if (!blocks) {
-            bufferLock.Unlock();
-            SignalSpace();
-            if (const ReadStatus status = TakeQueue(); status != ReadStatus::Done)
-                return status;
-        }
-        if (blocks->offset != expected) {  // the queue was flushed and refilled meanwhile
-            bufferLock.Unlock();
-            return ReadStatus::NotReady;
-        }
-    }
-    std::memcpy(destination + copied, blocks->data + skip, size - copied);
-    served.store(served.load(std::memory_order_relaxed) + size, std::memory_order_relaxed);
-    bufferLock.Unlock();
-    if (dropped)
-        SignalSpace();
-    return ReadStatus::Done;
-}
-
-// Gives the oldest block back to the pool; bufferLock is held. SignalSpace follows once it is not.
-void FileReader::DropHead() {
-    FileBlock* block = blocks;
-    blocks = block->next;
-    --blockCount;
-    pool.Free(block->position);
-}
-
-void FileReader::DropAll() {
-    bufferLock.Lock();
-    while (blocks)
-        DropHead();
-    bufferLock.Unlock();
-    SignalSpace();
-}
-
-void FileReader::SignalSpace() {
-    if (platform::MutexLock(spaceMutex) < 0)
-        return;
-    platform::ConditionSignal(spaceSignal);
-    platform::MutexUnlock(spaceMutex);
 }
 
 void FileReader::Flush() {
-    if (flushed.exchange(1))
+    if (flushed.exchange(true))
         return;
-    progress.Notify();
-    LockIo();
-    DropAll();
-    ioLock.Unlock();
+    queue.Wake();
+    const platform::LockGuard guard(ioLock);  // after a fill under way
+    queue.DropAll();
 }
 
-void FileReader::ResumeBuffering() { flushed.exchange(0); }
+void FileReader::ResumeBuffering() {
+    if (flushed.exchange(false))
+        queue.HoldBack();
+}
 
 void FileReader::Stop() {
-    stopRequested = 1;
-    running.exchange(0);
-    progress.Notify();
-    LockIo();
-    DropAll();
-    ioLock.Unlock();
-    platform::ThreadWait(thread);  // fails at once for a thread that was never started
-    platform::ThreadDelete(thread);
+    stopRequested = true;
+    queue.Wake();
+    thread.Join();
     if (fileOpened)
         fileInterface->close(fileInterface->context);
     fileOpened = false;
@@ -281,7 +177,7 @@ void FileReader::Stop() {
 
 void FileReader::Teardown() {
     ioLock.Delete();
-    DeleteBufferObjects();
+    queue.Delete();
     ModuleFree(bufferMemory);
     ModuleDelete(this);
 }

@@ -6,8 +6,9 @@
 
 namespace kivmp4 {
 
-/// Nothing is served from memory at this level. Read and GetSize run on whichever thread reads through the boxes;
-/// Close runs when no read is under way and is followed by `delete`.
+/// Nothing is served from memory at this level. Without a reader (given none, or closed) reads fail and the size is 0.
+/// Read and GetSize run on whichever thread reads through the boxes; Close runs when no read is under way and is
+/// followed by `delete`.
 class FileSource : public DataSource {
 public:
     /// @param fileReader  owned from here on; may be null

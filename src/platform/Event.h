@@ -1,26 +1,31 @@
-// Waiting for a change of state that another thread makes, for a limited time.
+// Waiting, with a lock, for a change of the state that the lock guards: the module's one way to wait for its own threads.
 #pragma once
 
-#include <atomic>
-#include <cstdint>
+#include "platform/LightMutex.h"
+#include "platform/WaitWord.h"
 
 namespace kivmp4::platform {
 
-/// Counts changes. A waiter notes the count, tests the state, and then waits until the count has moved on: a change in
-/// between ends the wait at once. Zeroed memory is a valid Event.
+/// Belongs to one lock. A waiter tests its condition and calls Wait with the lock held; whoever changes the state calls
+/// Notify with the lock held. So no change can fall between a test and its wait. Zeroed memory is a valid Event.
 class Event {
 public:
-    uint32_t Changes() const { return changes.load(std::memory_order_acquire); }
+    /// Gives the lock up while it waits and holds it again on return: after a Notify, at the deadline, or without cause.
+    void Wait(LightMutex& lock, int64_t deadline) {
+        const uint32_t seen = changes.value.load(std::memory_order_relaxed);
+        lock.Unlock();
+        changes.WaitWhile(seen, deadline);
+        lock.Lock();
+    }
 
-    /// To be called after the state has changed. Costs no system call while nobody waits.
-    void Notify();
-
-    /// Spins for a moment, then sleeps. @return after a change since `seen`, or after about that many microseconds
-    void Wait(uint32_t seen, uint32_t microseconds);
+    /// Ends all waits. No system call unless somebody sleeps.
+    void Notify() {
+        changes.value.fetch_add(1);
+        changes.Wake(INT32_MAX);
+    }
 
 private:
-    std::atomic<uint32_t> changes{0};
-    std::atomic<uint32_t> waiters{0};
+    WaitWord changes;  // the value counts calls of Notify
 };
 
 }  // namespace kivmp4::platform

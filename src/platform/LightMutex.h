@@ -4,6 +4,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "platform/WaitWord.h"
+
 namespace kivmp4::platform {
 
 /// Not recursive. Zeroed memory is a lock that nobody holds, so objects from the module heap need not construct theirs.
@@ -17,9 +19,8 @@ public:
             LockContended();
     }
     void Unlock() {
-        state.store(kFree, std::memory_order_release);
-        if (sleepers.load(std::memory_order_relaxed) != 0)
-            WakeOne();
+        state.value.exchange(kFree);
+        state.Wake(1);
     }
     /// Nobody may hold it. Leaves it zeroed.
     void Delete() { name = nullptr; }
@@ -29,17 +30,28 @@ private:
 
     bool Take() {
         uint32_t expected = kFree;
-        return state.compare_exchange_strong(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed);
+        return state.value.compare_exchange_strong(expected, kHeld, std::memory_order_acquire,
+                                                   std::memory_order_relaxed);
     }
     void LockContended();
-    void WakeOne();
 
-    std::atomic<uint32_t> state{kFree};
-    std::atomic<uint32_t> sleepers{0};
+    WaitWord state;
     const char* name = nullptr;
-    [[maybe_unused]] unsigned char rest[32 - 2 * sizeof(uint32_t) - sizeof(char*)] = {};
+    [[maybe_unused]] unsigned char rest[32 - sizeof(WaitWord) - sizeof(char*)] = {};
 };
 
 static_assert(sizeof(LightMutex) == 32 && alignof(LightMutex) == 8);
+
+/// Holds a lock for as long as it lives.
+class LockGuard {
+public:
+    explicit LockGuard(LightMutex& mutex) : lock(mutex) { lock.Lock(); }
+    ~LockGuard() { lock.Unlock(); }
+    LockGuard(const LockGuard&) = delete;
+    LockGuard& operator=(const LockGuard&) = delete;
+
+private:
+    LightMutex& lock;
+};
 
 }  // namespace kivmp4::platform

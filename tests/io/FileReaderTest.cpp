@@ -102,7 +102,7 @@ TEST(FileReader, RefusesReadsBeyondTheEndAndReadsRawInTrickMode) {
 // A player that has nothing more keeps a read waiting until the reader is stopped.
 TEST(FileReader, EndsTheWaitOfAReadWhenItStops) {
     for (const bool raw : {false, true}) {
-        const uint32_t answers = raw ? FileReader::kBlocks : 0;
+        const uint32_t answers = raw ? BlockQueue::kBlocks : 0;
         Streaming s(Pattern(4 * kBlock), 0, answers);
         const auto awaitReads = [&s](size_t count) {
             while (s.file.Reads().size() < count)

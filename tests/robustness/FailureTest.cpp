@@ -1,6 +1,4 @@
 // Every failure once: each allocation and each answer of the player, over opening, delivery, winding and seeks.
-#include "platform/Sync.h"
-#include "platform/Thread.h"
 #include "support/Session.h"
 
 namespace kivmp4::test {
@@ -18,8 +16,6 @@ FailingCall *heapCalls = nullptr, *systemCalls = nullptr;  // of the run that is
 FAILING(heapCalls, nullptr, void*, Heap, KIVMP4_HEAP_ALLOCATE, (void* heap, size_t n, uint32_t mark), (heap, n, mark))
 FAILING(heapCalls, nullptr, void*, Aligned, KIVMP4_HEAP_ALIGNED, (void* heap, size_t to, size_t n, uint32_t mark), (heap, to, n, mark))
 FAILING(systemCalls, EAGAIN, int, Thread, "pthread_create", (void* id, void* how, void* run, void* with), (id, how, run, with))
-FAILING(systemCalls, EAGAIN, int, Mutex, "pthread_mutex_init", (void* mutex, void* how), (mutex, how))
-FAILING(systemCalls, EAGAIN, int, Condition, "pthread_cond_init", (void* condition, void* how), (condition, how))
 FAILING(systemCalls, -1, int32_t, Lock, KIVMP4_LOCK_CREATE, (void* lock, const char* name), (lock, name))
 
 namespace {
@@ -92,27 +88,6 @@ TEST(Failures, OfEveryCallEndInADocumentedResult) {
         }
     }
     EXPECT_GT(failures * static_cast<int>(SweepStep()), 2000);  // the sweeps have reached the calls
-}
-
-TEST(Failures, OfAHostWithoutIdsLeft) {
-    using namespace platform;
-    struct Kind { int32_t (*take)(); int32_t (*give)(int32_t); };
-    static const int32_t mutex = MutexCreate("", 0);
-    const Kind kinds[] = {{[] { return MutexCreate("", 0); }, MutexDelete},
-                          {[] { return ConditionCreate("", 0, mutex); }, ConditionDelete},
-                          {[] { return ThreadCreate("", nullptr, 0, 0); }, ThreadDelete}};
-    for (const Kind& kind : kinds) {
-        std::vector<int32_t> ids;
-        for (int32_t id; (id = kind.take()) >= 0;)
-            ids.push_back(id);
-        EXPECT_EQ(Session(Files()[0]).Open(), -1);
-        for (const int32_t id : ids)
-            EXPECT_EQ(kind.give(id), 0);
-        EXPECT_EQ(kind.give(ids.at(0)), -1);  // not in use
-        EXPECT_EQ(Session(Files()[0]).Open(), 0);
-    }
-    MutexDelete(mutex);
-    EXPECT_EQ(MutexLock(0) + MutexUnlock(33) + ConditionWait(1) + ConditionSignal(-1) + ThreadStart(2, nullptr) + ThreadWait(3), -6);
 }
 
 TEST(Failures, OfAPlayerThatTakesItsWordBack) {
