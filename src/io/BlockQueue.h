@@ -69,7 +69,7 @@ public:
     /// @return where filling has to go on
     int64_t Restart(int64_t offset);
 
-    /// Empties the queue.
+    /// Empties the queue, and lets waits look at their flags.
     void DropAll();
 
     /// Takes the pool's block back that has the byte at `offset`. @return where filling has to go on; `offset` when the

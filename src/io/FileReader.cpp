@@ -156,9 +156,8 @@ ReadStatus FileReader::Jump(ReadRequest& request) {
 void FileReader::Flush() {
     if (flushed.exchange(true))
         return;
-    queue.Wake();
-    const platform::LockGuard guard(ioLock);  // after a fill under way
-    queue.DropAll();
+    const platform::LockGuard guard(ioLock);  // after a fill under way, whose block goes too
+    queue.DropAll();  // which ends the waits for a block
 }
 
 void FileReader::ResumeBuffering() {
