@@ -15,6 +15,27 @@ int32_t ThreadPriority(int32_t base) { return base > INT32_MAX - kPriorityStep ?
 
 }  // namespace
 
+/// Holds ioLock for a caller of the reader. Between two fills the thread would have it again before a waiting caller is
+/// awake, so it fills only while no caller waits, and is told when a turn is over.
+class FileReader::CallersTurn {
+public:
+    explicit CallersTurn(FileReader& fileReader) : reader(fileReader) {
+        reader.callers.fetch_add(1);
+        reader.ioLock.Lock();
+        reader.callers.fetch_sub(1);
+    }
+    ~CallersTurn() {
+        reader.ioLock.Unlock();
+        if (!reader.flushed)  // in trick mode the thread has nothing to do, and the end of that tells it
+            reader.queue.Wake();
+    }
+    CallersTurn(const CallersTurn&) = delete;
+    CallersTurn& operator=(const CallersTurn&) = delete;
+
+private:
+    FileReader& reader;
+};
+
 ReadStatus FileReader::Open(const char* path, uint32_t mode, const FileInterface* file, int32_t basePriority) {
     fileInterface = file;
     if (file->open(file->context, path, mode) < 0) {
@@ -106,7 +127,7 @@ ReadStatus FileReader::AwaitBlock(const ReadRequest& request) {
 
 // A count that is not the size asked for is for the caller to judge. Until the player has bytes it can only be polled.
 ReadStatus FileReader::ReadRaw(void* destination, int64_t offset, uint32_t size, uint32_t& delivered) {
-    const platform::LockGuard guard(ioLock);
+    const CallersTurn turn(*this);
     for (;;) {
         delivered = fileInterface->read(fileInterface->context, destination, offset, size);
         LogDebug(logLevel, "Read", 269, "RAW READ:  Size: %d, Position: %lld  \n", static_cast<int>(size),
@@ -145,7 +166,7 @@ ReadStatus FileReader::ReadBuffered(ReadRequest request) {
 // Sends the thread to the request's offset, unless the fill that ran meanwhile has brought it: ioLock was free only
 // after that fill's end.
 ReadStatus FileReader::Jump(ReadRequest& request) {
-    const platform::LockGuard guard(ioLock);
+    const CallersTurn turn(*this);
     if (queue.Covers(request.offset))
         return ReadStatus::Done;
     fillPosition = AfterFill(queue.Restart(request.offset));
@@ -156,7 +177,7 @@ ReadStatus FileReader::Jump(ReadRequest& request) {
 void FileReader::Flush() {
     if (flushed.exchange(true))
         return;
-    const platform::LockGuard guard(ioLock);  // after a fill under way, whose block goes too
+    const CallersTurn turn(*this);  // after a fill under way, whose block goes too
     queue.DropAll();  // which ends the waits for a block
 }
 

@@ -60,6 +60,7 @@ private:
     int64_t AfterFill(int64_t position) const;
 
     // Reading
+    class CallersTurn;
     ReadStatus State() const;
     int64_t KnownEnd() const;
     bool CrossesEnd(int64_t offset, uint32_t size) const;
@@ -83,6 +84,8 @@ private:
 
     // With a lock of its own.
     BlockQueue queue;
+
+    platform::Atomic<uint32_t> callers{0};  // that wait for ioLock: they go before the thread's next fill
 
     // Flags. Whoever sets one that a wait looks at wakes the queue's waits afterwards.
     platform::Atomic<bool> running{false};        // the thread has set itself up; stays

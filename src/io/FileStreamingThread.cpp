@@ -56,7 +56,7 @@ void FileReader::LearnFileSize() {
     fileSize = announcedSize.load();
 }
 
-bool FileReader::MayFill() const { return !flushed && !readFailed; }
+bool FileReader::MayFill() const { return !flushed && !readFailed && callers == 0; }
 
 // Brings the stretch at `fillPosition` into the queue. What the thread waited for may be gone by the time it has ioLock.
 void FileReader::Fill() {

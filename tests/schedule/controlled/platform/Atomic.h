@@ -22,6 +22,12 @@ public:
         std::swap(value, next);
         return next;
     }
+    T fetch_add(T more) {
+        const T before = load();
+        value = static_cast<T>(before + more);
+        return before;
+    }
+    T fetch_sub(T less) { return fetch_add(static_cast<T>(-less)); }
     T operator=(T next) {
         exchange(next);
         return next;
