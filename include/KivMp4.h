@@ -22,10 +22,11 @@
  *
  * Times are signed counts of 90 kHz ticks unless a line says otherwise. Samples and tracks are numbered from 0.
  *
- * Threads. One handle exists at a time in a process: creating another first closes the one before, whose pointer is
- * then refused like a null one. KivMp4GetNextUnit and KivMp4JumpPTS may be called from different threads at once and
- * wait for each other; KivMp4FlushFileReader and KivMp4ResumeFileReader may be called while either of them runs. All
- * other calls on a handle must not overlap with each other or with these.
+ * Threads. One handle exists at a time in a process: creating another first destroys the one before, so nothing of it may
+ * be running or be freed yet. Forget the old pointer: it is refused like a null one, unless the new handle was made in the
+ * same heap memory, where it may have the same address. KivMp4GetNextUnit and KivMp4JumpPTS may be called from different
+ * threads at once and wait for each other; KivMp4FlushFileReader and KivMp4ResumeFileReader may be called while any
+ * delivery, step or seek runs. All other calls on a handle must not overlap with each other or with these.
  */
 #ifndef KIVMP4_H
 #define KIVMP4_H
@@ -49,7 +50,8 @@ typedef struct Mp4Demux Mp4Demux;
 /** The player's file functions. The record and what `context` points at must outlive the handle.
  *
  *  `open`, `close` run on the thread that calls KivMp4Create, KivMp4Open or KivMp4Destroy. `read` runs on the module's
- *  own thread and on the threads that call the module, never two calls at once. `getSize` may run on both at once. */
+ *  own thread, which has a stack of 256 KiB, and on the threads that call the module, never two calls at once. `getSize`
+ *  may run on both at once. */
 typedef struct FileInterface {
     /** Handed to each of the four functions as their first argument; the module does not look at it. */
     void* context;
@@ -157,7 +159,8 @@ typedef struct CodecInfo {
  *  @param heapMemory    the module's only working memory, any alignment; must stay untouched until KivMp4Destroy.
  *                       It holds the read-ahead buffer (192 KiB), the parsed movie and the payload blocks
  *  @param heapCapacity  its size in bytes; 1 MiB serves most files, the largest unit must fit besides
- *  @param basePriority  the reading thread asks for this plus 15; hosts without such priorities ignore it
+ *  @param basePriority  the reading thread asks for this plus 15. Linux gives every thread its creator's scheduling and
+ *                       ignores it
  *  @param logLevel      1 errors; 2 errors and warnings; 3 the H.264 report alone; 4 everything; other values nothing
  *  @return the handle; null when the name is refused, the file does not open or memory is missing */
 KIVMP4_API Mp4Demux* KivMp4Create(const char* path, const FileInterface* file, const ClientAllocator* allocator,
