@@ -4,6 +4,7 @@
 
 #include "api/Mp4Demux.h"
 #include "support/Log.h"
+#include "support/Wrap.h"
 
 namespace kivmp4 {
 
@@ -17,7 +18,7 @@ static_assert(offsetof(AccessUnit, trackIndex) == 44 && offsetof(AccessUnit, isV
 int32_t FetchUnit(TrackCursor& cursor, FileMovie* movie, AccessUnit* unit) {
     Track& track = *cursor.track;
     UnitHandler* handler = track.GetUnitHandler();
-    if (!unit || !handler)
+    if (!unit || !movie || !handler)
         return -1;
     unit->size = 0;
     const int32_t sample = cursor.nextSample;
@@ -30,7 +31,7 @@ int32_t FetchUnit(TrackCursor& cursor, FileMovie* movie, AccessUnit* unit) {
     unit->duration = track.GetSampleDuration(sample);
     unit->isSync = track.GetPrevSyncSample(sample) == sample ? 1 : 0;
     unit->dts = track.GetDecodeTime(sample);
-    unit->pts = track.GetPresentationTime(sample, unit->dts);
+    unit->pts = WrapAdd(unit->dts, track.GetCompositionOffset(sample));
     unit->isVideo = track.IsVideo() ? 1 : 0;
     cursor.MoveTo(sample + 1);
     return 0;

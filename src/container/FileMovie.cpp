@@ -7,7 +7,7 @@
 namespace kivmp4 {
 
 FileMovie::FileMovie(Mp4Box* rootBox, const ClientAllocator* memory, int32_t level)
-    : root(rootBox), rootOwner(CriticalSmart::Create()), allocator(memory), logLevel(level) {
+    : root(rootBox), allocator(memory), logLevel(level) {
     lock.Create("DemuxStlHandler");
     if (Mp4Box* moov = root->FindChild(FourCc("moov"))) {
         ReadHeader(*moov);
@@ -31,7 +31,6 @@ FileMovie::~FileMovie() {
         lock.Unlock();
     }
     lock.Delete();
-    ReleaseOwner(root, rootOwner);
 }
 
 // A header that is missing its fields is ignored: the movie has no duration then.
@@ -49,7 +48,7 @@ void FileMovie::ReadHeader(Mp4Box& moov) {
 
 // Without memory for it the track is passed over.
 void FileMovie::AddTrack(Mp4Box& trakBox, uint32_t trackIndex) {
-    Track* track = ModuleNew<Track>(trakBox, *this, trackIndex, allocator, logLevel);
+    Track* track = ModuleNew<Track>(trakBox, timescale, duration100us, trackIndex, allocator, logLevel);
     if (!track)
         return;
     if (!track->IsValid()) {

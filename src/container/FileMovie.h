@@ -19,14 +19,13 @@ public:
     /// Valid tracks, in the order of their "trak" boxes.
     uint32_t TrackCount() const { return tracks.Count(); }
     /// @return null for a position that is not below TrackCount()
-    Track* GetTrack(uint32_t position) const { return tracks.At(position); }
+    Track* GetTrack(uint32_t position) const { return position < tracks.Count() ? tracks.At(position) : nullptr; }
 
     /// Blocks until the bytes are there. @return 0, or 3 when they cannot be had
     int32_t ReadData(int64_t offset, uint32_t size, void* destination) override {
         return static_cast<int32_t>(root->Read(offset, size, destination));
     }
 
-    uint32_t Timescale() const { return timescale; }
     /// Units of 100 microseconds.
     int64_t Duration100us() const { return duration100us; }
 
@@ -34,8 +33,7 @@ private:
     void ReadHeader(Mp4Box& moov);
     void AddTrack(Mp4Box& trakBox, uint32_t trackIndex);
 
-    Mp4Box* root;              // owned through rootOwner
-    CriticalSmart* rootOwner;
+    Owned<Mp4Box> root;
     const ClientAllocator* allocator;  // borrowed
     IndexedList<Track> tracks;         // owned; guarded by lock while it changes
     platform::LightMutex lock;

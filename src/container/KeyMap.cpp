@@ -7,9 +7,9 @@ bool KeyMap::Parse(Mp4Box& stbl) {
     Mp4Box* box = stbl.FindChild(FourCc("stss"));
     if (!box)
         return true;
-    if (!entries.Acquire(box) || entries->size < kTableHeader || entries->U8(0) != 0)
+    if (!entries.Acquire(box, 4) || entries.Version() != 0)
         return false;
-    syncCount = TableEntries(*entries, 4);
+    syncCount = entries.Count();
     return true;
 }
 
@@ -25,7 +25,7 @@ bool KeyMap::IsAscending() {
 }
 
 // Sets nextEntry to the first entry above the sample; it lies between `first` and `end`, both included.
-void KeyMap::FindByHalves(uint32_t sample, uint32_t first, uint32_t end) {
+void KeyMap::BinarySearch(uint32_t sample, uint32_t first, uint32_t end) {
     while (first < end) {
         const uint32_t middle = first + (end - first) / 2;
         if (EntryAt(middle) <= sample)
@@ -47,7 +47,7 @@ int32_t KeyMap::GetPrevSyncSample(int32_t sample) {
     const uint32_t passed = nextEntry;
     if (asked < askedSample) {
         if (IsAscending())
-            FindByHalves(asked, 0, passed);
+            BinarySearch(asked, 0, passed);
         else
             nextEntry = answer = 0;
     }
@@ -55,7 +55,7 @@ int32_t KeyMap::GetPrevSyncSample(int32_t sample) {
     while (nextEntry < syncCount && EntryAt(nextEntry) <= asked) {
         answer = EntryAt(nextEntry++);
         if (nextEntry == passed + kNear && IsAscending())
-            FindByHalves(asked, nextEntry, syncCount);
+            BinarySearch(asked, nextEntry, syncCount);
     }
     return static_cast<int32_t>(answer);
 }

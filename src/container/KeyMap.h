@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "container/BoxContent.h"
+#include "container/Table.h"
 
 namespace kivmp4 {
 
@@ -20,12 +20,12 @@ public:
     int32_t GetPrevSyncSample(int32_t sample);
 
 private:
-    uint32_t EntryAt(uint32_t entry) const { return ReadBE32(entries->data + kTableHeader + size_t{4} * entry) - 1; }
+    uint32_t EntryAt(uint32_t entry) const { return entries.Word(entry) - 1; }
     bool IsAscending();
-    void FindByHalves(uint32_t sample, uint32_t first, uint32_t end);
+    void BinarySearch(uint32_t sample, uint32_t first, uint32_t end);
 
-    BoxContent entries;  // sample numbers from 1, big-endian
-    uint32_t syncCount = 0;  // always within the payload
+    Table entries;  // sample numbers from 1
+    uint32_t syncCount = 0;  // of them; 0 for a table that is not used
     // The last lookup: what it asked for, the first entry above that, and its answer. A later sample goes on from there.
     uint32_t askedSample = 0;
     uint32_t nextEntry = 0;

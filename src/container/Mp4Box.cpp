@@ -9,7 +9,6 @@
 namespace kivmp4 {
 namespace {
 
-constexpr uint32_t kPollDelay = 90;  // microseconds
 constexpr int64_t kTooLarge = 0x80000000;
 constexpr int64_t kSmallPayload = 1024;  // up to here the module heap holds it
 constexpr uint8_t kFromModuleHeap = 0xDE;
@@ -49,7 +48,7 @@ ReadStatus Mp4Box::Read(int64_t offset, uint32_t count, void* destination) {
         const ReadStatus status = parent->Read(position, count, destination);
         if (status == ReadStatus::Done || status == ReadStatus::Failed)
             return status;
-        platform::DelayMicroseconds(kPollDelay);
+        platform::DelayMicroseconds(kRetryDelay);
     }
 }
 

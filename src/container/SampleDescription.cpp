@@ -52,9 +52,7 @@ bool Track::ParseSTSD(Mp4Box& stsd, int64_t meanSampleDuration) {
         LogError(logLevel, "ParseSTSD", 587, " No child present");
         return false;
     }
-    ReleaseOwner(elementaryStream, elementaryStreamOwner);
-    elementaryStream = ModuleNew<ElementaryStream>(logLevel);
-    elementaryStreamOwner = CriticalSmart::Create();
+    elementaryStream.Take(ModuleNew<ElementaryStream>(logLevel));
     if (!elementaryStream || !elementaryStream->ParseSampleEntry(0, meanSampleDuration, *stsd.GetChild(0))) {
         LogError(logLevel, "ParseSTSD", 592, " Unable to parse Elementary Type");
         return false;

@@ -1,20 +1,21 @@
 // Walks over the time tables.
 #include "container/TimeStamps.h"
 
+#include "support/Ticks.h"
+
 namespace kivmp4 {
 namespace {
 
 // Entries before the one with which sample numbers would pass 2^31 - 1. So the numbers ascend from entry to entry, and a
 // search through one table that looks into the other with each step takes a walk along both, not one walk for each step.
-uint32_t AscendingEntries(const ByteView& table) {
-    const uint32_t entries = TableEntries(table, 8);
+uint32_t AscendingEntries(const Table& table) {
     uint64_t samples = 0;
-    for (uint32_t entry = 0; entry < entries; ++entry) {
-        samples += ReadBE32(table.data + kTableHeader + size_t{8} * entry);
+    for (uint32_t entry = 0; entry < table.Count(); ++entry) {
+        samples += table.Word(entry);
         if (samples > INT32_MAX)
             return entry;
     }
-    return entries;
+    return table.Count();
 }
 
 }  // namespace
@@ -22,16 +23,16 @@ uint32_t AscendingEntries(const ByteView& table) {
 bool TimeStamps::Parse(uint32_t mediaTimescale, int64_t delay, Mp4Box& stbl) {
     timescale = mediaTimescale;
     initialOffset = delay;
-    scale = timescale ? 90000.0f / static_cast<float>(timescale) : 0.0f;
-    if (!sttsTable.Acquire(stbl.FindChild(FourCc("stts"))) || sttsTable->size < kTableHeader)
+    scale = timescale ? static_cast<float>(kTicksPerSecond) / static_cast<float>(timescale) : 0.0f;
+    if (!sttsTable.Acquire(stbl.FindChild(FourCc("stts")), 8))
         return false;
-    sttsCount = AscendingEntries(*sttsTable);
+    sttsCount = AscendingEntries(sttsTable);
     Mp4Box* ctts = stbl.FindChild(FourCc("ctts"));
     if (!ctts)
         return true;
-    if (!cttsTable.Acquire(ctts) || cttsTable->size < kTableHeader)
+    if (!cttsTable.Acquire(ctts, 8))
         return false;
-    cttsCount = AscendingEntries(*cttsTable);
+    cttsCount = AscendingEntries(cttsTable);
     return true;
 }
 
@@ -83,27 +84,33 @@ int64_t TimeStamps::GetDecodeTime(int32_t sample) {
 
 int64_t TimeStamps::GetSampleDuration(int32_t sample) { return FindEntry(sample) ? ToTicks(Delta(dtsEntry)) : 0; }
 
-// The sample's composition offset in media units; 0 outside the table.
+// Moves the cache to an entry at or before the sample's, and near it.
+// @return whether there is an index
+bool TimeStamps::SkipToNear(int32_t sample) {
+    const auto next = [this](uint64_t first, uint32_t entry) { return first + cttsTable.Word(entry); };
+    if (!ctsFirstSamples.Make(cttsCount, next))
+        return false;
+    const uint32_t block = sample < 0 ? 0 : ctsFirstSamples.FindBlock(static_cast<uint32_t>(sample));
+    ctsEntry = block * SkipIndex::kStep;
+    ctsFirstSample = static_cast<int32_t>(ctsFirstSamples[block]);
+    return true;
+}
+
+// The sample's composition offset in media units; 0 outside the table. A search backward asks for one sample after the
+// other: near ones are reached step by step, others through the index.
 int32_t TimeStamps::CompositionUnits(int32_t sample) {
-    if (cttsCount == 0)
-        return 0;
-    const auto samplesOf = [this](uint32_t entry) { return int64_t{ReadBE32(CttsEntry(entry))}; };
-    // A search backward asks for one sample after the other: near ones are reached step by step, others by the marks.
     for (uint32_t steps = 0; sample < ctsFirstSample && ctsEntry > 0; ++steps) {
-        if (steps == SparseMarks::kStep && ctsMarks.Exist(cttsCount, samplesOf)) {
-            ctsEntry = ctsMarks.StartFor(sample, cttsCount, ctsFirstSample, samplesOf);
+        if (steps == SkipIndex::kStep && SkipToNear(sample))
             break;
-        }
         --ctsEntry;
-        ctsFirstSample = WrapSubtract32(ctsFirstSample, ReadBE32(CttsEntry(ctsEntry)));
+        ctsFirstSample = WrapSubtract32(ctsFirstSample, cttsTable.Word(ctsEntry));
     }
     for (uint32_t steps = 0; ctsEntry < cttsCount; ++steps) {
-        if (steps == SparseMarks::kStep && ctsMarks.Exist(cttsCount, samplesOf))
-            ctsEntry = ctsMarks.StartFor(sample, cttsCount, ctsFirstSample, samplesOf);
-        const uint8_t* entry = CttsEntry(ctsEntry);
-        const int32_t end = WrapAdd32(ctsFirstSample, ReadBE32(entry));
+        if (steps == SkipIndex::kStep)
+            SkipToNear(sample);
+        const int32_t end = WrapAdd32(ctsFirstSample, cttsTable.Word(ctsEntry));
         if (sample < end)
-            return static_cast<int32_t>(ReadBE32(entry + 4));
+            return static_cast<int32_t>(cttsTable.Word(ctsEntry, 1));
         ctsFirstSample = end;
         ++ctsEntry;
     }
@@ -122,7 +129,7 @@ int32_t TimeStamps::SampleAt(int32_t first, int64_t offset, uint32_t entry) cons
     return WrapAdd32(first, static_cast<uint32_t>(DivideOrZero(offset, Delta(entry))));
 }
 
-// An entry's end is compared with the composition offset of the sample behind it added, in media units.
+// An entry's end is compared with the composition offset of the sample after it added, in media units.
 int32_t TimeStamps::SearchForward(int64_t target) {
     for (; dtsEntry < sttsCount; StepForward()) {
         const int64_t end = WrapAdd(dtsEntryStart, EntryDuration(dtsEntry));
@@ -133,7 +140,7 @@ int32_t TimeStamps::SearchForward(int64_t target) {
     return -1;
 }
 
-// The cache stays behind the entry that answers: meant, the next lookup starts from there.
+// The cache stays after the entry that answers: meant, the next lookup starts from there.
 int32_t TimeStamps::SearchBackward(int64_t target) {
     for (; dtsEntry > 0; StepBack()) {
         const uint32_t previous = dtsEntry - 1;

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "container/BoxContent.h"
-#include "container/SparseMarks.h"
+#include "container/SkipIndex.h"
+#include "container/Table.h"
 #include "support/Wrap.h"
 
 namespace kivmp4 {
@@ -20,16 +20,11 @@ public:
     /// @return false without a readable "stts"
     [[nodiscard]] bool Parse(uint32_t mediaTimescale, int64_t delay, Mp4Box& stbl);
 
-    /// The tables as loaded; false when there is none.
-    const BoxContent& DecodeTable() const { return sttsTable; }
-    const BoxContent& CompositionTable() const { return cttsTable; }
-
-    /// @return 0 behind the last sample, delay or not
+    /// @return 0 past the last sample, delay or not
     int64_t GetDecodeTime(int32_t sample);
     int64_t GetCompositionOffset(int32_t sample);
-    int64_t GetPresentationTime(int32_t sample) { return GetPresentationTime(sample, GetDecodeTime(sample)); }
-    /// For who has the sample's decode time already.
-    int64_t GetPresentationTime(int32_t sample, int64_t decodeTime) {
+    int64_t GetPresentationTime(int32_t sample) {
+        const int64_t decodeTime = GetDecodeTime(sample);
         return WrapAdd(decodeTime, GetCompositionOffset(sample));
     }
     int64_t GetSampleDuration(int32_t sample);
@@ -39,8 +34,8 @@ public:
     int32_t GetSampleIndex(int64_t time);
 
 private:
-    uint32_t Count(uint32_t entry) const { return ReadBE32(sttsTable->data + kTableHeader + size_t{8} * entry); }
-    uint32_t Delta(uint32_t entry) const { return ReadBE32(sttsTable->data + kTableHeader + 4 + size_t{8} * entry); }
+    uint32_t Count(uint32_t entry) const { return sttsTable.Word(entry); }
+    uint32_t Delta(uint32_t entry) const { return sttsTable.Word(entry, 1); }
     int64_t EntryDuration(uint32_t entry) const;
     int64_t ToTicks(int64_t mediaUnits) const;
     int64_t ToMediaUnits(int64_t ticks) const;
@@ -48,15 +43,15 @@ private:
     void StepForward();
     void StepBack();
     int32_t CompositionUnits(int32_t sample);
-    const uint8_t* CttsEntry(uint32_t entry) const { return cttsTable->data + kTableHeader + size_t{8} * entry; }
+    bool SkipToNear(int32_t sample);
     int32_t SampleAt(int32_t first, int64_t offset, uint32_t entry) const;
     int32_t SearchForward(int64_t target);
     int32_t SearchBackward(int64_t target);
 
     uint32_t timescale = 0;
     int64_t initialOffset = 0;  // 90 kHz ticks
-    BoxContent sttsTable;
-    BoxContent cttsTable;
+    Table sttsTable;
+    Table cttsTable;
     uint32_t sttsCount = 0;
     uint32_t cttsCount = 0;
     // The cached "stts" entry, its first sample, and the media time at which it begins.
@@ -66,7 +61,7 @@ private:
     // The cached "ctts" entry and its first sample.
     uint32_t ctsEntry = 0;
     int32_t ctsFirstSample = 0;
-    SparseMarks ctsMarks;
+    SkipIndex ctsFirstSamples;
     float scale = 0;  // ticks per media unit
 };
 

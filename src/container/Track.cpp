@@ -1,35 +1,27 @@
 // Building a track from its "trak" box (ISO/IEC 14496-12, 8.3 to 8.6).
 #include "container/Track.h"
 
-#include "container/FileMovie.h"
 #include "support/ClientMemory.h"
 #include "support/Log.h"
+#include "support/Ticks.h"
 #include "support/Wrap.h"
 
 namespace kivmp4 {
 
-Track::Track(Mp4Box& trakBox, FileMovie& owner, uint32_t index, const ClientAllocator* memory, int32_t level)
-    : allocator(memory), logLevel(level), movie(&owner), trackIndex(index) {
+Track::Track(Mp4Box& trakBox, uint32_t movieTimescale, int64_t movieDuration100us, uint32_t index,
+             const ClientAllocator* memory, int32_t level)
+    : allocator(memory), logLevel(level), trackIndex(index) {
     if (!ReadHeader(trakBox))
         return;
     int64_t initialOffset = 0;
     if (Mp4Box* edts = trakBox.FindChild(FourCc("edts")))
-        initialOffset = DivideOrZero(WrapMultiply(ReadEditList(*edts), 90000), movie->Timescale());
+        initialOffset = DivideOrZero(WrapMultiply(ReadEditList(*edts), kTicksPerSecond), movieTimescale);
     Mp4Box* mdia = trakBox.FindChild(FourCc("mdia"));
-    if (mdia && ParseMDIA(*mdia, initialOffset))
+    if (mdia && ParseMDIA(*mdia, initialOffset, movieDuration100us))
         trak = &trakBox;
 }
 
-Track::~Track() {
-    FreeWords(allocator, syncSamples);
-    ModuleFree(greatestTimes);
-    ClientFree(allocator, decodeTimes);
-    ClientFree(allocator, compositionOffsets);
-    ReleaseOwner(elementaryStream, elementaryStreamOwner);
-    ReleaseOwner(sampleMap, sampleMapOwner);
-    ReleaseOwner(keyMap, keyMapOwner);
-    ReleaseOwner(timeStamps, timeStampsOwner);
-}
+Track::~Track() { FreeWords(allocator, syncSamples); }
 
 // @return false for a track that is disabled or whose header is missing or cut short
 bool Track::ReadHeader(Mp4Box& trakBox) {
@@ -83,7 +75,7 @@ bool Track::ReadMediaHeader(const ByteView& mdhd) {
     return true;
 }
 
-bool Track::ParseMDIA(Mp4Box& mdia, int64_t initialOffset) {
+bool Track::ParseMDIA(Mp4Box& mdia, int64_t initialOffset, int64_t movieDuration100us) {
     const BoxContent mdhd(mdia.FindChild(FourCc("mdhd")));
     if (!mdhd || !ReadMediaHeader(*mdhd))
         return false;
@@ -100,8 +92,7 @@ bool Track::ParseMDIA(Mp4Box& mdia, int64_t initialOffset) {
         return false;
     }
     ParseTables(initialOffset);
-    const int64_t meanSampleDuration =
-        DivideOrZero(movie->Duration100us(), sampleMap ? sampleMap->SampleCount() : 0);
+    const int64_t meanSampleDuration = DivideOrZero(movieDuration100us, static_cast<uint32_t>(SampleCount()));
     Mp4Box* stsd = stbl->FindChild(FourCc("stsd"));
     if (!stsd || !ParseSTSD(*stsd, meanSampleDuration)) {
         LogError(logLevel, "ParseMDIA", 518, " Error parsing STSD box");
@@ -113,16 +104,13 @@ bool Track::ParseMDIA(Mp4Box& mdia, int64_t initialOffset) {
 
 // Missing tables do not make a track invalid: the lookups cope.
 void Track::ParseTables(int64_t initialOffset) {
-    sampleMap = ModuleNew<SampleMap>();
-    sampleMapOwner = CriticalSmart::Create();
+    sampleMap.Take(ModuleNew<SampleMap>());
     if (!sampleMap || !sampleMap->Parse(*stbl))
         LogWarning(logLevel, "ParseMDIA", 498, " Error parsing STSZ box");
-    keyMap = ModuleNew<KeyMap>();
-    keyMapOwner = CriticalSmart::Create();
+    keyMap.Take(ModuleNew<KeyMap>());
     if (!keyMap || !keyMap->Parse(*stbl))
         LogWarning(logLevel, "ParseMDIA", 503, " Error parsing KeyMap box");
-    timeStamps = ModuleNew<TimeStamps>();
-    timeStampsOwner = CriticalSmart::Create();
+    timeStamps.Take(ModuleNew<TimeStamps>());
     if (!timeStamps || !timeStamps->Parse(timescale, initialOffset, *stbl))
         LogWarning(logLevel, "ParseMDIA", 508, " Error parsing TimeStamps box");
 }

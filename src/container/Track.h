@@ -6,25 +6,28 @@
 #include "KivMp4.h"
 #include "codec/ElementaryStream.h"
 #include "container/KeyMap.h"
-#include "container/RunTable.h"
+#include "container/SampleArray.h"
 #include "container/SampleMap.h"
-#include "container/TickSteps.h"
+#include "container/SkipIndex.h"
 #include "container/TimeStamps.h"
 #include "support/CriticalSmart.h"
 
 namespace kivmp4 {
-
-class FileMovie;
 
 /// Built while the movie is opened. The lookups move caches afterwards: one thread at a time. Missing tables make them
 /// answer 0 or -1; every index is safe. Times are 90 kHz ticks.
 class Track {
 public:
     /// Parses the track; IsValid tells whether that succeeded.
-    /// @param trakBox  borrowed, as the movie
-    /// @param index    position of `trakBox` among all "trak" boxes
-    Track(Mp4Box& trakBox, FileMovie& owner, uint32_t index, const ClientAllocator* memory, int32_t level);
+    /// @param trakBox             borrowed
+    /// @param movieTimescale      units per second, of edit lists
+    /// @param movieDuration100us  in units of 100 microseconds
+    /// @param index               position of `trakBox` among all "trak" boxes
+    Track(Mp4Box& trakBox, uint32_t movieTimescale, int64_t movieDuration100us, uint32_t index,
+          const ClientAllocator* memory, int32_t level);
     ~Track();
+    Track(const Track&) = delete;
+    Track& operator=(const Track&) = delete;
 
     bool IsValid() const { return trak != nullptr; }
     uint32_t TrackIndex() const { return trackIndex; }
@@ -42,26 +45,28 @@ public:
 
     // Questions about one sample, answered by the tables.
     /// Samples with a size; compared with sample indices as a signed number.
-    int32_t SampleCount() const { return sampleMap ? static_cast<int32_t>(sampleMap->SampleCount()) : 0; }
-    uint32_t GetSampleSize(int32_t sample) const { return sampleMap ? sampleMap->GetSampleSize(sample) : 0; }
-    int64_t GetSampleOffset(int32_t sample) {
-        return sampleMap ? static_cast<int64_t>(sampleMap->GetSampleOffset(sample)) : 0;
+    int32_t SampleCount() const { return sampleMap.Ask<int32_t>(0, &SampleMap::SampleCount); }
+    uint32_t GetSampleSize(int32_t sample) const { return sampleMap.Ask<uint32_t>(0, &SampleMap::GetSampleSize, sample); }
+    int64_t GetSampleOffset(int32_t sample) { return sampleMap.Ask<int64_t>(0, &SampleMap::GetSampleOffset, sample); }
+    int32_t GetPrevSyncSample(int32_t sample) { return keyMap.Ask(sample, &KeyMap::GetPrevSyncSample, sample); }
+    int64_t GetDecodeTime(int32_t sample) { return timeStamps.Ask<int64_t>(0, &TimeStamps::GetDecodeTime, sample); }
+    int64_t GetCompositionOffset(int32_t sample) {
+        return timeStamps.Ask<int64_t>(0, &TimeStamps::GetCompositionOffset, sample);
     }
-    int32_t GetPrevSyncSample(int32_t sample) { return keyMap ? keyMap->GetPrevSyncSample(sample) : sample; }
-    int64_t GetDecodeTime(int32_t sample) { return timeStamps ? timeStamps->GetDecodeTime(sample) : 0; }
-    int64_t GetPresentationTime(int32_t sample) { return timeStamps ? timeStamps->GetPresentationTime(sample) : 0; }
-    int64_t GetPresentationTime(int32_t sample, int64_t decodeTime) {
-        return timeStamps ? timeStamps->GetPresentationTime(sample, decodeTime) : 0;
+    int64_t GetPresentationTime(int32_t sample) {
+        return timeStamps.Ask<int64_t>(0, &TimeStamps::GetPresentationTime, sample);
     }
-    int64_t GetSampleDuration(int32_t sample) { return timeStamps ? timeStamps->GetSampleDuration(sample) : 0; }
-    int32_t GetSampleIndex(int64_t time) { return timeStamps ? timeStamps->GetSampleIndex(time) : -1; }
+    int64_t GetSampleDuration(int32_t sample) {
+        return timeStamps.Ask<int64_t>(0, &TimeStamps::GetSampleDuration, sample);
+    }
+    int32_t GetSampleIndex(int64_t time) { return timeStamps.Ask(-1, &TimeStamps::GetSampleIndex, time); }
 
     /// Finds the sample from which playing at `time` starts: for a track with sync samples the nearest one.
     /// @param index, jumpTime  receive the sample and its presentation time, the edit list's delay left out
-    /// @return false when the time lies at or behind the last sample's; both outs are then untouched
+    /// @return false when the time lies at or after the last sample's; both outs are then untouched
     [[nodiscard]] bool GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime);
 
-    /// Finds the sync sample behind (`next`) or before a sample; without a sync table, for tracks other than video, the
+    /// Finds the sync sample after (`next`) or before a sample; without a sync table, for tracks other than video, the
     /// sample itself (`syncTime` untouched).
     /// @return false when there is none in that direction; the outs then tell the last sync sample. Backward the first
     ///         one counts as found
@@ -70,7 +75,7 @@ public:
 private:
     // Track.cpp
     bool ReadHeader(Mp4Box& trakBox);
-    bool ParseMDIA(Mp4Box& mdia, int64_t initialOffset);
+    bool ParseMDIA(Mp4Box& mdia, int64_t initialOffset, int64_t movieDuration100us);
     bool ReadMediaHeader(const ByteView& mdhd);
     void ParseTables(int64_t initialOffset);
     void ParseArrays();
@@ -83,48 +88,42 @@ private:
     bool ParseSTSS(Mp4Box& stss);
     bool ParseSTTS(Mp4Box& stts);
     bool ParseCTTS(Mp4Box& ctts);
+    void FillArrays();
+    void FillDecodeTimes();
+    void FillCompositionOffsets();
 
     // TrackLookup.cpp
     bool HasDecodeTimes() const { return sttsEntryCount != 0; }
-    int64_t ArrayDecodeTime(uint32_t sample);
-    uint64_t ArrayTime(uint32_t sample);
-    bool TimesAscend();
+    uint64_t ArrayTime(uint32_t sample) const;
+    uint32_t SearchStart(uint64_t time);
     bool FindCandidate(uint64_t time, uint32_t& candidate);
-    bool FindSyncPair(uint32_t sample, bool behindIncluded, uint32_t& before, uint32_t& behind) const;
+    bool FindSyncPair(uint32_t sample, bool afterIncluded, uint32_t& before, uint32_t& after) const;
     uint32_t SnapToSync(uint32_t candidate) const;
-    void MakeGreatestTimes();
 
     const ClientAllocator* allocator;  // borrowed
     int32_t logLevel;
     Mp4Box* trak = nullptr;            // borrowed; null marks an invalid track
-    FileMovie* movie;                  // borrowed
     uint32_t trackIndex;
     uint32_t timescale = 0;            // media units per second
     int64_t duration = 0;              // media units
     char language[3] = {};             // ISO 639-2/T letters
     Mp4Box* stbl = nullptr;            // borrowed
-    ElementaryStream* elementaryStream = nullptr;  // never null in a valid track; these four are owned through the record
-                                                   // beside them
-    CriticalSmart* elementaryStreamOwner = nullptr;
-    SampleMap* sampleMap = nullptr;
-    CriticalSmart* sampleMapOwner = nullptr;
-    KeyMap* keyMap = nullptr;
-    CriticalSmart* keyMapOwner = nullptr;
-    TimeStamps* timeStamps = nullptr;
-    CriticalSmart* timeStampsOwner = nullptr;
+    Owned<ElementaryStream> elementaryStream;  // never null in a valid track
+    Owned<SampleMap> sampleMap;
+    Owned<KeyMap> keyMap;
+    Owned<TimeStamps> timeStamps;
     uint32_t* syncSamples = nullptr;   // owned; syncSampleCount sample indices, video with "stss" only
-    // Owned; the player's memory for a time of each sample. The tables tell the times as fast, so nothing is written, but
-    // what a file needs of the player does not depend on that.
-    void* compositionOffsets = nullptr;  // as far as "ctts" goes, video only
-    void* decodeTimes = nullptr;
-    RunTable compositionRuns;
-    RunTable decodeRuns;
-    TickSteps decodeTicks;
-    uint32_t sttsEntryCount = 0;       // 0 unless the table tells decode times
-    uint32_t sampleCount = 0;          // that "stts" speaks of
     uint32_t syncSampleCount = 0;
-    bool syncAscending = true;         // the table is in order: it can be searched by halves
-    uint64_t* greatestTimes = nullptr;  // owned; greatest array time up to the end of each 64 samples, once searched
+    bool syncAscending = true;         // the table is in order: a binary search finds its entries
+    // What the searches read: 90 kHz ticks without the edit list's delay, filled by the first search from the columns
+    // that are kept until then.
+    RunColumns sttsColumns;
+    RunColumns cttsColumns;
+    SampleArray decodeTimes;           // one for each sample that "stts" speaks of
+    SampleArray compositionOffsets;    // as far as "ctts" goes, video only
+    uint32_t sttsEntryCount = 0;       // 0 unless the table tells decode times
+    bool timesAscend = true;           // no time of the arrays is below the one before
+    SkipIndex greatestTimes;           // greatest time of all samples before each 64th, when they do not ascend
     bool mdhdVersion1 = false;
     uint32_t matrix[9] = {};           // of "tkhd", as stored
 };

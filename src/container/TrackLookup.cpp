@@ -7,98 +7,66 @@
 #include "support/Wrap.h"
 
 namespace kivmp4 {
-namespace {
-
-constexpr uint32_t kTimeBlock = 64;  // samples of which only the greatest time is kept
-
-}  // namespace
-
-// The sample's decode time without the edit list's delay.
-int64_t Track::ArrayDecodeTime(uint32_t sample) {
-    return decodeRuns.Find(sample) ? decodeTicks.At(decodeRuns.SumBefore(sample), timescale) : 0;
-}
 
 // A sample's presentation time without the edit list's delay. Times are compared as unsigned numbers, so one before 0
 // counts as very late.
-uint64_t Track::ArrayTime(uint32_t sample) {
-    int64_t offset = 0;
-    // The product wraps in 32 bits: an offset beyond 23860 media units comes out wrong.
-    if (compositionOffsets && compositionRuns.Find(sample))
-        offset = DivideOrZero(WrapMultiply32(90000, compositionRuns.Value()), timescale);
-    return static_cast<uint64_t>(WrapAdd(ArrayDecodeTime(sample), offset));
+uint64_t Track::ArrayTime(uint32_t sample) const {
+    return static_cast<uint64_t>(WrapAdd(decodeTimes.At(sample), compositionOffsets.At(sample)));
 }
 
-// Whether the times of all samples ascend; only composition offsets and products that wrap let them go back.
-bool Track::TimesAscend() {
-    const uint32_t last = sampleCount - 1;
-    return !compositionOffsets && decodeRuns.Find(last) && decodeRuns.SumBefore(last) <= TickSteps::kLongestTime;
-}
-
-// One pass over all samples, for the first search; without memory every search takes a pass of its own.
-void Track::MakeGreatestTimes() {
-    const uint32_t blocks = (sampleCount + kTimeBlock - 1) / kTimeBlock;
-    if (greatestTimes || blocks < 2)
-        return;
-    greatestTimes = static_cast<uint64_t*>(ModuleAlloc(alignof(uint64_t), size_t{blocks} * sizeof(uint64_t)));
-    uint64_t greatest = 0;
-    for (uint32_t sample = 0; greatestTimes && sample < sampleCount; ++sample) {
-        greatest = std::max(greatest, ArrayTime(sample));
-        greatestTimes[sample / kTimeBlock] = greatest;
-    }
-}
-
-// Looks for the first sample at or before the time whose successor lies behind it.
-// @return false when the time lies at or behind the last sample's
-bool Track::FindCandidate(uint64_t time, uint32_t& candidate) {
-    candidate = 0;
-    if (sampleCount == 1)
-        return true;
-    if (sampleCount > 1 && time < static_cast<uint64_t>(ArrayDecodeTime(1)))
-        return true;
-    uint32_t sample = 1;
-    if (decodeRuns.FindsAnywhere() && TimesAscend()) {
-        for (uint32_t end = sampleCount; sample < end;) {
-            const uint32_t middle = sample + (end - sample) / 2;
+// @return the first sample from 1 on that a search for the time must look at; every one before it lies at or before the
+// time
+uint32_t Track::SearchStart(uint64_t time) {
+    const uint32_t count = decodeTimes.Count();
+    if (timesAscend) {
+        uint32_t first = 1;
+        for (uint32_t end = count; first < end;) {
+            const uint32_t middle = first + (end - first) / 2;
             if (ArrayTime(middle) <= time)
-                sample = middle + 1;
+                first = middle + 1;
             else
                 end = middle;
         }
-        candidate = sample - 1;
-        return sample < sampleCount;
+        return first;
     }
-    MakeGreatestTimes();
-    if (greatestTimes && ArrayTime(0) <= time) {
-        // Then the first sample behind the time is the successor looked for, and no block before its own holds one.
-        const uint64_t* first = greatestTimes;
-        const uint64_t* block = std::upper_bound(first, first + (sampleCount + kTimeBlock - 1) / kTimeBlock, time);
-        sample = std::max<uint32_t>(static_cast<uint32_t>(block - first) * kTimeBlock, 1);
-    }
-    for (uint64_t before = ArrayTime(sample - 1); sample < sampleCount; ++sample) {
-        const uint64_t own = ArrayTime(sample);
-        if (before <= time && time < own) {
+    // Reordered pictures: a block cannot hold the first later sample if the greatest time up to its end is not later.
+    const auto greater = [this](uint64_t greatest, uint32_t sample) { return std::max(greatest, ArrayTime(sample)); };
+    if (ArrayTime(0) > time || !greatestTimes.Make(count, greater))
+        return 1;
+    return std::max<uint32_t>(greatestTimes.FindBlock(time) * SkipIndex::kStep, 1);
+}
+
+// Looks for the first sample at or before the time whose successor lies after it.
+// @return false when the time lies at or after the last sample's
+bool Track::FindCandidate(uint64_t time, uint32_t& candidate) {
+    FillArrays();
+    candidate = 0;
+    const uint32_t count = decodeTimes.Count();
+    if (count == 1 || (count > 1 && time < static_cast<uint64_t>(decodeTimes.At(1))))
+        return true;
+    for (uint32_t sample = count > 1 ? SearchStart(time) : 1; sample < count; ++sample) {
+        if (ArrayTime(sample - 1) <= time && time < ArrayTime(sample)) {
             candidate = sample - 1;
             return true;
         }
-        before = own;
     }
     return false;
 }
 
-// Finds the first two neighbouring sync samples with before <= sample < behind, or before < sample <= behind when
-// `behindIncluded`.
-bool Track::FindSyncPair(uint32_t sample, bool behindIncluded, uint32_t& before, uint32_t& behind) const {
+// Finds the first two neighbouring sync samples with before <= sample < after, or before < sample <= after when
+// `afterIncluded`.
+bool Track::FindSyncPair(uint32_t sample, bool afterIncluded, uint32_t& before, uint32_t& after) const {
     uint32_t entry = 1;
     if (syncAscending) {
         const uint32_t* first = syncSamples;
         const uint32_t* end = first + syncSampleCount;
-        const uint32_t* found = behindIncluded ? std::lower_bound(first, end, sample) : std::upper_bound(first, end, sample);
+        const uint32_t* found = afterIncluded ? std::lower_bound(first, end, sample) : std::upper_bound(first, end, sample);
         entry = std::max<uint32_t>(static_cast<uint32_t>(found - first), 1);
     }
     for (; entry < syncSampleCount; ++entry) {
         before = syncSamples[entry - 1];
-        behind = syncSamples[entry];
-        if (behindIncluded ? before < sample && sample <= behind : before <= sample && sample < behind)
+        after = syncSamples[entry];
+        if (afterIncluded ? before < sample && sample <= after : before <= sample && sample < after)
             return true;
         if (syncAscending)
             return false;  // in order there is no other place for it
@@ -107,12 +75,12 @@ bool Track::FindSyncPair(uint32_t sample, bool behindIncluded, uint32_t& before,
 }
 
 // @return the nearer of the sync samples around the candidate, the later one when both are as near; the candidate
-// itself at or behind the last one. A sync sample that the track does not have is no place to go to
+// itself at or after the last one. Entries are taken as they stand, also those past the track's end
 uint32_t Track::SnapToSync(uint32_t candidate) const {
-    uint32_t before = 0, behind = 0;
-    if (!FindSyncPair(candidate, false, before, behind))
+    uint32_t before = 0, after = 0;
+    if (!FindSyncPair(candidate, false, before, after))
         return candidate;
-    return behind >= sampleCount || candidate - before < behind - candidate ? before : behind;
+    return candidate - before < after - candidate ? before : after;
 }
 
 bool Track::GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime) {
@@ -131,7 +99,7 @@ bool Track::GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime) 
     }
     if (candidate == 0) {
         index = 0;
-        jumpTime = ArrayDecodeTime(0);
+        jumpTime = decodeTimes.At(0);
         return true;
     }
     const uint32_t jump = SnapToSync(candidate);
@@ -153,9 +121,10 @@ bool Track::GetSyncSampleIndex(bool next, int32_t sample, int32_t& index, int64_
         index = sample;
         return true;
     }
-    uint32_t before = 0, behind = 0;
-    if (FindSyncPair(static_cast<uint32_t>(sample), !next, before, behind)) {
-        index = static_cast<int32_t>(next ? behind : before);
+    FillArrays();
+    uint32_t before = 0, after = 0;
+    if (FindSyncPair(static_cast<uint32_t>(sample), !next, before, after)) {
+        index = static_cast<int32_t>(next ? after : before);
         syncTime = static_cast<int64_t>(ArrayTime(static_cast<uint32_t>(index)));
         return true;
     }

@@ -8,9 +8,11 @@
 
 namespace kivmp4 {
 
+constexpr uint32_t kRetryDelay = 90;  // microseconds
+
 enum class ReadStatus : int32_t {
     Done = 0,
-    NotReady = 2,  // ask again after a short while
+    NotReady = 2,  // ask again after kRetryDelay
     Failed = 3     // for good
 };
 
@@ -20,7 +22,7 @@ public:
     virtual ~DataSource() {}
     static void operator delete(void* object) { ModuleFree(object); }
 
-    /// Copies `size` bytes that begin `offset` bytes behind the source's first one.
+    /// Copies `size` bytes that begin `offset` bytes after the source's first one.
     [[nodiscard]] virtual ReadStatus Read(int64_t, uint32_t, void*) { return ReadStatus::NotReady; }
 
     virtual int64_t GetSize() { return 0; }

@@ -7,7 +7,6 @@
 namespace kivmp4 {
 namespace {
 
-constexpr uint32_t kPollDelay = 90;  // microseconds
 constexpr int32_t kPriorityStep = 15;
 constexpr size_t kStackSize = 0x4000;
 
@@ -110,7 +109,7 @@ ReadStatus FileReader::Read(void* destination, int64_t offset, uint32_t size, ui
 ReadStatus FileReader::AwaitStart() {
     if (!running)
         queue.Await([this] { return running || setupFailed || stopRequested; },
-                    platform::MonotonicTime() + kPollDelay * 1000);
+                    platform::MonotonicTime() + int64_t{kRetryDelay} * 1000);
     return State();
 }
 
@@ -134,7 +133,7 @@ ReadStatus FileReader::ReadRaw(void* destination, int64_t offset, uint32_t size,
                  static_cast<long long>(offset));
         if (delivered != 0)
             break;
-        platform::DelayMicroseconds(kPollDelay);
+        platform::DelayMicroseconds(kRetryDelay);
         if (stopRequested)
             break;
     }

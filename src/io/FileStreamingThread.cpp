@@ -8,8 +8,7 @@
 namespace kivmp4 {
 namespace {
 
-constexpr uint32_t kSizeDelay = 90;   // microseconds, while the player does not know the size
-constexpr uint32_t kEmptyDelay = 10;  // while it has no bytes yet
+constexpr uint32_t kEmptyDelay = 10;  // microseconds, while the player has no bytes yet
 constexpr size_t kBlockAlignment = 256;
 
 }  // namespace
@@ -52,7 +51,7 @@ bool FileReader::SetUp() {
 // A player that told the size once and then takes it back is held to its word.
 void FileReader::LearnFileSize() {
     while (GetFileSize() == 0 && announcedSize == 0 && !stopRequested)
-        platform::DelayMicroseconds(kSizeDelay);
+        platform::DelayMicroseconds(kRetryDelay);
     fileSize = announcedSize.load();
 }
 

@@ -6,10 +6,15 @@
 
 #include "container/FileMovie.h"
 #include "support/BoxTree.h"
-#include "support/Wrap.h"
 
 namespace kivmp4::test {
 namespace {
+
+// The low 32 bits as a signed number.
+int32_t Low(uint64_t value) { return static_cast<int32_t>(static_cast<uint32_t>(value)); }
+int32_t Low(int64_t value) { return Low(static_cast<uint64_t>(value)); }
+int64_t Quotient(__int128 value, uint32_t divisor) { return divisor ? static_cast<int64_t>(value) / int64_t{divisor} : 0; }
+int64_t Cut(float value) { return std::abs(value) < 0x1p63f ? static_cast<int64_t>(value) : 0; }
 
 /// The tables of a video track as words of the file, and Track's look-ups as walks. All that these remember is the
 /// entry at which they stopped: its first sample and its time are sums over the entries before it.
@@ -44,27 +49,27 @@ struct Walks {
                         [&] { return ordered ? sync += Below(12) : Wild(Below(60)) - 1; });
 
         for (size_t i = 3; i < stsc.size(); i += 3)
-            runFirst.push_back(WrapAdd32(runFirst.back(), (stsc[i] - stsc[i - 3]) * stsc[i - 2]));
+            runFirst.push_back(Low(runFirst.back() + int64_t{(stsc[i] - stsc[i - 3]) * stsc[i - 2]}));
         runFirst.push_back(INT32_MAX);
         int64_t now = 0;
         // A table counts up to the entry with which sample numbers would pass 2^31 - 1.
         for (size_t i = 0; i < stts.size() && uint64_t{stts[i]} + static_cast<uint32_t>(timeFirst.back()) <= INT32_MAX; i += 2) {
-            timeFirst.push_back(WrapAdd32(timeFirst.back(), stts[i]));
-            timeStart.push_back(timeStart.back() + WrapMultiply32(stts[i], stts[i + 1]));
+            timeFirst.push_back(Low(timeFirst.back() + int64_t{stts[i]}));
+            timeStart.push_back(timeStart.back() + Low(uint64_t{stts[i]} * stts[i + 1]));
             for (uint32_t k = 0; odds == ~0u && k < stts[i]; ++k, now += stts[i + 1])
-                decodeTimes.push_back(static_cast<uint64_t>(DivideOrZero(now * 90000, timescale)));
+                decodeTimes.push_back(static_cast<uint64_t>(Quotient(static_cast<__int128>(now) * 90000, timescale)));
         }
         times = decodeTimes;
         times.resize(10 * most);
         for (size_t i = 0, sample = 0;
              i < ctts.size() && uint64_t{ctts[i]} + static_cast<uint32_t>(shiftFirst.back()) <= INT32_MAX; i += 2) {
-            shiftFirst.push_back(WrapAdd32(shiftFirst.back(), ctts[i]));
+            shiftFirst.push_back(Low(shiftFirst.back() + int64_t{ctts[i]}));
             for (uint32_t k = 0; odds == ~0u && k < ctts[i]; ++k)
-                times[sample++] += static_cast<uint64_t>(DivideOrZero(WrapMultiply32(90000, ctts[i + 1]), timescale));
+                times[sample++] += static_cast<uint64_t>(Quotient(Low(uint64_t{90000} * ctts[i + 1]), timescale));
         }
     }
 
-    int64_t Ticks(int64_t units) const { return TruncateFloat(static_cast<float>(static_cast<double>(units)) * scale); }
+    int64_t Ticks(int64_t units) const { return Cut(static_cast<float>(static_cast<double>(units)) * scale); }
     int64_t GetSampleOffset(int32_t sample) {
         if (sample < runFirst[run] || sample > runFirst[run + 1])
             run = 0;
@@ -104,37 +109,37 @@ struct Walks {
         int64_t decodeTime = 0;
         if (FindTime(sample)) {
             const uint32_t within = static_cast<uint32_t>(sample) - static_cast<uint32_t>(timeFirst[time]);
-            decodeTime = Ticks(timeStart[time] + WrapMultiply32(within, Delta(time))) + 9000;
+            decodeTime = Ticks(timeStart[time] + Low(uint64_t{within} * Delta(time))) + 9000;
         }
         return decodeTime + Ticks(Shift(sample));
     }
     int64_t GetSampleIndex(int64_t ticks) {
-        const int64_t target = timescale ? TruncateFloat(static_cast<float>(ticks - 9000) / scale) : 0;
+        const int64_t target = timescale ? Cut(static_cast<float>(ticks - 9000) / scale) : 0;
         const bool forward = target >= timeStart[time];
         for (; forward ? time + 1 < timeFirst.size() : time > 0; forward ? ++time : --time) {
             const size_t i = forward ? time : time - 1, bound = forward ? i + 1 : i;
             const int64_t limit = timeStart[bound] + Shift(timeFirst[bound]);
             if (forward ? target <= limit : target >= limit)
-                return WrapAdd32(timeFirst[i], static_cast<uint32_t>(DivideOrZero(target - timeStart[i], Delta(i))));
+                return Low(timeFirst[i] + Quotient(target - timeStart[i], Delta(i)));
         }
         return -1;
     }
     auto SyncPair(uint32_t sample, bool next) const {
-        return std::adjacent_find(syncs.begin(), syncs.end(), [=](uint32_t before, uint32_t behind) {
-            return next ? before <= sample && sample < behind : before < sample && sample <= behind;
+        return std::adjacent_find(syncs.begin(), syncs.end(), [=](uint32_t before, uint32_t after) {
+            return next ? before <= sample && sample < after : before < sample && sample <= after;
         });
     }
     int64_t TimeOf(uint32_t sample) const { return sample < times.size() ? static_cast<int64_t>(times[sample]) : 0; }
     bool GetJumpSampleIndex(int64_t ticks, int32_t& index, int64_t& jumpTime) const {
         const auto asked = static_cast<uint64_t>(ticks);
-        const auto around = [=](uint64_t before, uint64_t behind) { return before <= asked && asked < behind; };
+        const auto around = [=](uint64_t before, uint64_t after) { return before <= asked && asked < after; };
         const auto first = times.begin(), end = first + std::ssize(decodeTimes);
         const auto found = asked < decodeTimes[1] ? first : std::adjacent_find(first, end, around);
         if (found == end)
             return false;
         uint32_t jump = static_cast<uint32_t>(found - first);
         if (const auto pair = SyncPair(jump, true); found != first && pair != syncs.end())
-            jump = pair[1] >= decodeTimes.size() || jump - pair[0] < pair[1] - jump ? pair[0] : pair[1];
+            jump = jump - pair[0] < pair[1] - jump ? pair[0] : pair[1];
         index = static_cast<int32_t>(jump);
         jumpTime = found != first ? TimeOf(jump) : 0;
         return true;
