@@ -64,9 +64,9 @@ int64_t FileReader::GetFileSize() {
 
 // Done while the thread runs. A thread that could not set itself up will never bring what a wait is for.
 ReadStatus FileReader::State() const {
-    if (setupFailed)
-        return ReadStatus::Failed;
-    return running && !stopRequested ? ReadStatus::Done : ReadStatus::NotReady;
+    if (running)
+        return stopRequested ? ReadStatus::NotReady : ReadStatus::Done;
+    return setupFailed ? ReadStatus::Failed : ReadStatus::NotReady;
 }
 
 // As the thread learnt it; before that, as the player told last.

@@ -12,17 +12,14 @@ class Event {
 public:
     /// Gives the lock up while it waits and holds it again on return: after a Notify, at the deadline, or without cause.
     void Wait(LightMutex& lock, int64_t deadline) {
-        const uint32_t seen = changes.value.load(std::memory_order_relaxed);
+        const uint32_t seen = changes.Load();
         lock.Unlock();
         changes.WaitWhile(seen, deadline);
         lock.Lock();
     }
 
     /// Ends all waits. No system call unless somebody sleeps.
-    void Notify() {
-        changes.value.fetch_add(1);
-        changes.Wake(INT32_MAX);
-    }
+    void Notify() { changes.Store(changes.Load() + 1, INT32_MAX); }
 
 private:
     WaitWord changes;  // the value counts calls of Notify

@@ -18,21 +18,14 @@ public:
         if (!Take())
             LockContended();
     }
-    void Unlock() {
-        state.value.exchange(kFree);
-        state.Wake(1);
-    }
+    void Unlock() { state.Store(kFree, 1); }
     /// Nobody may hold it. Leaves it zeroed.
     void Delete() { name = nullptr; }
 
 private:
     static constexpr uint32_t kFree = 0, kHeld = 1;
 
-    bool Take() {
-        uint32_t expected = kFree;
-        return state.value.compare_exchange_strong(expected, kHeld, std::memory_order_acquire,
-                                                   std::memory_order_relaxed);
-    }
+    bool Take() { return state.Exchange(kFree, kHeld); }
     void LockContended();
 
     WaitWord state;

@@ -2,6 +2,7 @@
 #include "platform/WaitWord.h"
 
 #include <linux/futex.h>
+#include <linux/membarrier.h>
 #include <linux/time_types.h>
 #include <sched.h>
 #include <sys/syscall.h>
@@ -35,6 +36,9 @@ void Pause() {
 
 }  // namespace
 
+const bool WaitWord::waitersSetBarriers =
+    syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
+
 // @return whether the value has changed
 bool WaitWord::SpinWhile(uint32_t expected, int64_t deadline) const {
     constexpr int kTestsPerRound = 16;
@@ -57,6 +61,8 @@ void WaitWord::WaitWhile(uint32_t expected, int64_t deadline) {
     const KernelTime time = {static_cast<decltype(KernelTime::tv_sec)>(deadline / 1000000000),
                              static_cast<decltype(KernelTime::tv_nsec)>(deadline % 1000000000)};
     sleepers.fetch_add(1);
+    if (waitersSetBarriers)
+        syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0);
     syscall(kFutex, &value, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline == kNever ? nullptr : &time, nullptr,
             FUTEX_BITSET_MATCH_ANY);
     sleepers.fetch_sub(1);
