@@ -25,7 +25,7 @@ uint32_t BitReader::Collect(uint64_t position, uint32_t bitCount) const {
     return value;
 }
 
-int32_t BitReader::ReadExpGolombCode(uint32_t& value, uint32_t largest) {
+bool BitReader::ReadExpGolombCode(uint32_t largest, uint32_t& value) {
     const uint32_t maxBits = PrefixLimit(largest);
     const uint64_t left = Left();
     uint64_t leadingZeros = 0;
@@ -35,17 +35,15 @@ int32_t BitReader::ReadExpGolombCode(uint32_t& value, uint32_t largest) {
     if (leadingZeros > maxBits || 2 * leadingZeros + 1 > left) {
         LogError(logLevel, "ReadExpGolombCode", 61, "Problem with Prefix bits, maxBits[%d] LeadingZeros[%d] ",
                  static_cast<int>(maxBits), static_cast<int>(leadingZeros));
-        return -1;
+        return false;
     }
     const uint32_t zeros = static_cast<uint32_t>(leadingZeros);
     value = (1u << zeros) - 1 + Collect(cursor + zeros + 1, zeros);
     cursor += 2 * zeros + 1;
-    return 0;
+    return true;
 }
 
-bool BitReader::ReadBits(uint32_t bitCount, uint32_t& value, uint32_t largest, bool expGolomb) {
-    if (expGolomb)
-        return ReadExpGolombCode(value, largest) == 0;
+bool BitReader::ReadBits(uint32_t bitCount, uint32_t& value) {
     if (bitCount >= 8)
         bitCount -= bitCount % 8;  // whole bytes only
     if (bitCount == 0 || bitCount > Left())

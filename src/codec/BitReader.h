@@ -7,7 +7,7 @@
 
 namespace kivmp4 {
 
-/// Reads in place. A read that would cross the end fails and leaves the cursor where it was. Emulation-prevention bytes
+/// Reads in place. A read that fails leaves cursor and value as they were; one that would cross the end fails. Emulation-prevention bytes
 /// are not removed: callers see the bytes as they stand.
 class BitReader {
 public:
@@ -17,17 +17,13 @@ public:
 
     /// Reads one ue(v) code. The caller states the largest value it expects; it limits the length of the code's prefix,
     /// not the value. A longer prefix, or a code cut off by the end, is refused with a message.
-    /// @return 0; -1 with value and cursor unchanged
-    [[nodiscard]] int32_t ReadExpGolombCode(uint32_t& value, uint32_t largest);
+    [[nodiscard]] bool ReadExpGolombCode(uint32_t largest, uint32_t& value);
 
-    /// Reads a ue(v) code (`expGolomb`), or a field of 1 to 7, 8, 16 or 32 bits (`largest` is not used then).
-    [[nodiscard]] bool ReadBits(uint32_t bitCount, uint32_t& value, uint32_t largest, bool expGolomb);
-
-    [[nodiscard]] bool ReadField(uint32_t bitCount, uint32_t& value) { return ReadBits(bitCount, value, 0, false); }
-    [[nodiscard]] bool ReadCode(uint32_t largest, uint32_t& value) { return ReadBits(0, value, largest, true); }
+    /// Reads a field of 1 to 7, 8, 16 or 32 bits.
+    [[nodiscard]] bool ReadBits(uint32_t bitCount, uint32_t& value);
     [[nodiscard]] bool ReadFlag(uint8_t& flag);
 
-    /// Moves on; not beyond the end, where the next read fails.
+    /// Moves on; not past the end, where the next read fails.
     void Skip(uint32_t bitCount);
 
     /// Bits from the first byte's top bit.

@@ -21,17 +21,17 @@ bool HasChromaFields(uint8_t profile) {
 // Chroma format, bit depths, scaling lists. Each list is taken as absent: one bit.
 bool ReadChromaFields(BitReader& bits, int32_t logLevel) {
     uint32_t chromaFormat = 0, discarded = 0;
-    if (!bits.ReadCode(3, chromaFormat)) {
+    if (!bits.ReadExpGolombCode(3, chromaFormat)) {
         LogError(logLevel, "ExtractSPSInformation", 128, "Problem parsing Chroma format id ");
         return false;
     }
     if (chromaFormat == 3)
         bits.Skip(1);
-    if (!bits.ReadCode(3, discarded)) {
+    if (!bits.ReadExpGolombCode(3, discarded)) {
         LogError(logLevel, "ExtractSPSInformation", 137, "Problem parsing bit depth Luma");
         return false;
     }
-    if (!bits.ReadCode(3, discarded)) {
+    if (!bits.ReadExpGolombCode(3, discarded)) {
         LogError(logLevel, "ExtractSPSInformation", 142, "Problem parsing SPS id chroma");
         return false;
     }
@@ -44,11 +44,11 @@ bool ReadChromaFields(BitReader& bits, int32_t logLevel) {
 
 bool ReadPictureOrder(BitReader& bits, H264SpsInfo& sps, int32_t logLevel) {
     uint32_t discarded = 0;
-    if (!bits.ReadCode(2, sps.pocType)) {
+    if (!bits.ReadExpGolombCode(2, sps.pocType)) {
         LogError(logLevel, "ExtractSPSInformation", 168, "Problem parsing POC ");
         return false;
     }
-    if (sps.pocType == 0 && !bits.ReadCode(28, discarded)) {
+    if (sps.pocType == 0 && !bits.ReadExpGolombCode(28, discarded)) {
         LogError(logLevel, "ExtractSPSInformation", 174, "Problem parsing Max PIC count ");
         return false;
     }
@@ -57,20 +57,20 @@ bool ReadPictureOrder(BitReader& bits, H264SpsInfo& sps, int32_t logLevel) {
     // The signed elements are read as unsigned codes: they have the same length, and the values do not matter.
     uint32_t cycle = 0;
     bits.Skip(1);
-    if (!bits.ReadCode(31, discarded)) {
+    if (!bits.ReadExpGolombCode(31, discarded)) {
         LogError(logLevel, "ExtractSPSInformation", 184, "Problem parsing Ref Pic ");
         return false;
     }
-    if (!bits.ReadCode(31, discarded)) {
+    if (!bits.ReadExpGolombCode(31, discarded)) {
         LogError(logLevel, "ExtractSPSInformation", 189, "Problem parsing offset top-bottom field ");
         return false;
     }
-    if (!bits.ReadCode(255, cycle)) {
+    if (!bits.ReadExpGolombCode(255, cycle)) {
         LogError(logLevel, "ExtractSPSInformation", 194, "Problem parsing Num of Ref frames ");
         return false;
     }
     for (uint32_t frame = 0; frame < cycle; ++frame)
-        if (!bits.ReadCode(31, discarded)) {
+        if (!bits.ReadExpGolombCode(31, discarded)) {
             LogError(logLevel, "ExtractSPSInformation", 201, "Problem parsing Poc Info ");
             return false;
         }
@@ -78,18 +78,18 @@ bool ReadPictureOrder(BitReader& bits, H264SpsInfo& sps, int32_t logLevel) {
 }
 
 bool ReadPictureSize(BitReader& bits, H264SpsInfo& sps, int32_t logLevel) {
-    if (!bits.ReadCode(16, sps.maxNumRefFrames)) {
+    if (!bits.ReadExpGolombCode(16, sps.maxNumRefFrames)) {
         LogError(logLevel, "ExtractSPSInformation", 209, "Problem parsing Max ref frames ");
         return false;
     }
     bits.Skip(1);
     uint32_t lessOne = 0;
-    if (!bits.ReadCode(1280, lessOne)) {
+    if (!bits.ReadExpGolombCode(1280, lessOne)) {
         LogError(logLevel, "ExtractSPSInformation", 216, "Problem in ReadExpGolombCode ");
         return false;
     }
     sps.picWidthInMbs = lessOne + 1;
-    if (!bits.ReadCode(1280, lessOne)) {
+    if (!bits.ReadExpGolombCode(1280, lessOne)) {
         LogError(logLevel, "ExtractSPSInformation", 222, "Problem in ReadExpGolombCode ");
         return false;
     }
@@ -102,7 +102,7 @@ bool ReadPictureSize(BitReader& bits, H264SpsInfo& sps, int32_t logLevel) {
     bool complete = bits.ReadFlag(sps.frameCroppingFlag);
     uint32_t discarded = 0;
     for (int edge = 0; complete && sps.frameCroppingFlag && edge < 4; ++edge)
-        complete = bits.ReadCode(1280, discarded);
+        complete = bits.ReadExpGolombCode(1280, discarded);
     if (!complete)
         LogError(logLevel, "ExtractSPSInformation", 243, "Problem parsing Cropping information ");
     return complete;
@@ -137,11 +137,11 @@ void SettleBuffering(H264SpsInfo& sps, uint32_t calculated, int32_t logLevel) {
 bool ReadAspectRatio(BitReader& bits, H264SpsInfo& sps, int32_t logLevel) {
     static constexpr float kRatios[] = {1, 1, 1, 0, 1, 1, 2, 1, 2, 2, 1, 1, 1, 1, 1, 1, 2};
     uint32_t idc = 0;
-    if (!bits.ReadField(8, idc))
+    if (!bits.ReadBits(8, idc))
         return false;
     sps.aspectRatioIdc = static_cast<uint8_t>(idc);
     if (idc == 255)
-        return bits.ReadField(16, sps.sarWidth) && bits.ReadField(16, sps.sarHeight);
+        return bits.ReadBits(16, sps.sarWidth) && bits.ReadBits(16, sps.sarHeight);
     if (idc > 16) {
         LogError(logLevel, "ReadVUI_Parameters", 372, " Reserved Aspect Ratio found or Wrong parsing ");
         return true;
@@ -154,7 +154,7 @@ bool ReadAspectRatio(BitReader& bits, H264SpsInfo& sps, int32_t logLevel) {
 
 bool ReadVideoSignal(BitReader& bits, H264SpsInfo& sps) {
     uint8_t colourDescription = 0;
-    if (!bits.ReadField(3, sps.videoFormat))
+    if (!bits.ReadBits(3, sps.videoFormat))
         return false;
     bits.Skip(1);
     if (!bits.ReadFlag(colourDescription))
@@ -177,10 +177,10 @@ void ReadBitstreamRestriction(BitReader& bits, H264SpsInfo& sps) {
     uint32_t discarded = 0;
     bits.Skip(1);
     for (int element = 0; element < 4; ++element)
-        if (!bits.ReadCode(255, discarded))
+        if (!bits.ReadExpGolombCode(255, discarded))
             return;
-    if (bits.ReadCode(255, sps.numReorderFrames))
-        (void)bits.ReadCode(255, sps.maxDecFrameBuffering);  // a failed read keeps what was stored
+    if (bits.ReadExpGolombCode(255, sps.numReorderFrames))
+        (void)bits.ReadExpGolombCode(255, sps.maxDecFrameBuffering);  // a failed read keeps what was stored
 }
 
 }  // namespace
@@ -191,14 +191,14 @@ int32_t ExtractSPSInformation(ByteView record, H264SpsInfo& sps, int32_t logLeve
     sps.profileIdc = record.U8(9);
     sps.levelIdc = record.U8(11);
     BitReader bits(record.From(12), logLevel);
-    if (!bits.ReadCode(31, sps.spsId)) {
+    if (!bits.ReadExpGolombCode(31, sps.spsId)) {
         LogError(logLevel, "ExtractSPSInformation", 118, "Problem parsing SPS id ");
         return 0;
     }
     if (HasChromaFields(sps.profileIdc) && !ReadChromaFields(bits, logLevel))
         return 0;
     uint32_t log2MaxFrameNum = 0;
-    if (!bits.ReadCode(28, log2MaxFrameNum)) {
+    if (!bits.ReadExpGolombCode(28, log2MaxFrameNum)) {
         LogError(logLevel, "ExtractSPSInformation", 160, "Problem in ReadExpGolombCode ");
         return 0;
     }
@@ -237,12 +237,12 @@ void ReadVUI_Parameters(BitReader& bits, H264SpsInfo& sps, int32_t logLevel) {
         return;
     if (!bits.ReadFlag(flag))  // chroma_loc_info_present_flag
         return;
-    if (flag && (!bits.ReadCode(255, discarded) || !bits.ReadCode(255, discarded)))
+    if (flag && (!bits.ReadExpGolombCode(255, discarded) || !bits.ReadExpGolombCode(255, discarded)))
         return;
     if (!bits.ReadFlag(flag))  // timing_info_present_flag
         return;
     if (flag) {
-        if (!bits.ReadField(32, sps.numUnitsInTick) || !bits.ReadField(32, sps.timeScale))
+        if (!bits.ReadBits(32, sps.numUnitsInTick) || !bits.ReadBits(32, sps.timeScale))
             return;
         bits.Skip(1);
     }
@@ -260,13 +260,13 @@ bool ReadHRD_Parameters(BitReader& bits) {
     constexpr uint32_t kNoLimit = static_cast<uint32_t>(-3);
     uint32_t lessOne = 0, discarded = 0;
     uint8_t flag = 0;
-    if (!bits.ReadCode(32, lessOne) || !bits.ReadField(4, discarded) || !bits.ReadField(4, discarded))
+    if (!bits.ReadExpGolombCode(32, lessOne) || !bits.ReadBits(4, discarded) || !bits.ReadBits(4, discarded))
         return false;
     for (uint32_t cpb = 0; cpb <= lessOne; ++cpb)
-        if (!bits.ReadCode(kNoLimit, discarded) || !bits.ReadCode(kNoLimit, discarded) || !bits.ReadFlag(flag))
+        if (!bits.ReadExpGolombCode(kNoLimit, discarded) || !bits.ReadExpGolombCode(kNoLimit, discarded) || !bits.ReadFlag(flag))
             return false;
     for (int element = 0; element < 4; ++element)
-        if (!bits.ReadField(5, discarded))
+        if (!bits.ReadBits(5, discarded))
             return false;
     return true;
 }

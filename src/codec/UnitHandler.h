@@ -35,14 +35,15 @@ protected:
 
     static int32_t Bound(int64_t size) { return static_cast<int32_t>(size < INT32_MAX ? size : INT32_MAX); }
 
-    /// Sees to room for `need` bytes and the margin; the payload's contents are lost when the block is replaced.
-    /// @return false when there is no memory: the unit then has no block
+    /// Makes room for `need` bytes and the margin; the payload's contents are lost when the block is replaced.
+    /// @return false when there is no memory: the unit then has no block; also for more than 2^31 - 1 bytes: nothing has
+    ///         changed then
     [[nodiscard]] static bool Grow(AccessUnit& unit, int64_t need, int64_t margin);
 
     /// The same in the middle of a unit: the bytes written so far stay.
     [[nodiscard]] static bool GrowKeeping(AccessUnit& unit, int64_t need, int64_t margin);
 
-    /// Puts `prefixSize` bytes and then the sample, as it is, into the payload.
+    /// Puts `prefixSize` bytes and then the sample, unchanged, into the payload.
     [[nodiscard]] static int32_t FormatCopy(AccessUnit& unit, SampleReader& reader, int64_t offset, uint32_t sampleSize,
                                             const uint8_t* prefix, int32_t prefixSize);
 };

@@ -23,9 +23,9 @@ struct FileBlock {
 
 /// What is left of a positioned read.
 struct ReadRequest {
-    uint8_t* destination;
     int64_t offset;
     uint32_t left;
+    uint8_t* destination;
     bool placed = false;  // it was found in the queued range, or a jump has led there: from now on only the block with
                           // its next byte serves it
 };

@@ -86,7 +86,7 @@ ReadStatus FileReader::RefuseBeyondEnd(int64_t offset, uint32_t size) const {
     return ReadStatus::Failed;
 }
 
-ReadStatus FileReader::Read(void* destination, int64_t offset, uint32_t size, uint32_t& delivered) {
+ReadStatus FileReader::Read(int64_t offset, uint32_t size, void* destination, uint32_t& delivered) {
     delivered = 0;
     if (const ReadStatus state = AwaitStart(); state != ReadStatus::Done)
         return state;
@@ -97,9 +97,9 @@ ReadStatus FileReader::Read(void* destination, int64_t offset, uint32_t size, ui
     if (size == 0)  // the player is never asked for nothing: it could only answer "nothing yet"
         return ReadStatus::Done;
     if (size >= BlockQueue::kBlockSize || flushed)
-        return ReadRaw(destination, offset, size, delivered);
+        return ReadRaw(offset, size, destination, delivered);
 
-    const ReadStatus status = ReadBuffered({static_cast<uint8_t*>(destination), offset, size});
+    const ReadStatus status = ReadBuffered({offset, size, static_cast<uint8_t*>(destination)});
     if (status == ReadStatus::Done)
         delivered = size;
     return status;
@@ -125,7 +125,7 @@ ReadStatus FileReader::AwaitBlock(const ReadRequest& request) {
 }
 
 // A count that is not the size asked for is for the caller to judge. Until the player has bytes it can only be polled.
-ReadStatus FileReader::ReadRaw(void* destination, int64_t offset, uint32_t size, uint32_t& delivered) {
+ReadStatus FileReader::ReadRaw(int64_t offset, uint32_t size, void* destination, uint32_t& delivered) {
     const CallersTurn turn(*this);
     for (;;) {
         delivered = fileInterface->read(fileInterface->context, destination, offset, size);

@@ -32,7 +32,7 @@ public:
     /// @param delivered  receives the number of bytes copied; fewer than asked only when the player answered so
     /// @return NotReady while the thread is not running or the queue changed meanwhile; Failed past the file's end, after
     ///         a failed fill, and when the thread could not set itself up
-    [[nodiscard]] ReadStatus Read(void* destination, int64_t offset, uint32_t size, uint32_t& delivered);
+    [[nodiscard]] ReadStatus Read(int64_t offset, uint32_t size, void* destination, uint32_t& delivered);
 
     /// Asks the player anew each time. @return 0 while the size is not known
     int64_t GetFileSize();
@@ -67,7 +67,7 @@ private:
     ReadStatus RefuseBeyondEnd(int64_t offset, uint32_t size) const;
     ReadStatus AwaitStart();
     ReadStatus AwaitBlock(const ReadRequest& request);
-    ReadStatus ReadRaw(void* destination, int64_t offset, uint32_t size, uint32_t& delivered);
+    ReadStatus ReadRaw(int64_t offset, uint32_t size, void* destination, uint32_t& delivered);
     void ReadOnAfter(int64_t offset);
     ReadStatus ReadBuffered(ReadRequest request);
     ReadStatus Jump(ReadRequest& request);

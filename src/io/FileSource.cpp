@@ -7,7 +7,7 @@ ReadStatus FileSource::Read(int64_t offset, uint32_t size, void* destination) {
     if (!reader)
         return ReadStatus::Failed;
     uint32_t delivered = 0;
-    const ReadStatus status = reader->Read(destination, offset, size, delivered);
+    const ReadStatus status = reader->Read(offset, size, destination, delivered);
     if (status != ReadStatus::Done)
         return status;
     return delivered == size ? ReadStatus::Done : ReadStatus::Failed;  // short through the player: for good

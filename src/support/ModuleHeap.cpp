@@ -55,7 +55,7 @@ bool ModuleOwnsPayload(const void* block, size_t size) {
 }
 
 void ModuleFree(void* block) {
-    if (block)
+    if (block && moduleHeap)
         moduleHeap->Free(block);
 }
 

@@ -11,7 +11,7 @@ namespace kivmp4 {
 /// The two words are those given to KivMp4Create. @return false, with no heap, when the memory is too small
 [[nodiscard]] bool CreateModuleHeap(void* memory, size_t capacity);
 
-/// Takes everything still allocated with it. Nothing below may be called without a heap. @return 0
+/// Takes everything still allocated with it. Without a heap only ModuleFree may be called. @return 0
 int32_t DestroyModuleHeap();
 
 /// @param alignment  accepted for the callers' sake: every block is aligned to 16 bytes
@@ -30,7 +30,7 @@ int32_t DestroyModuleHeap();
 /// Whether this is the beginning of a live payload block of at least that size, whatever the pointer is.
 [[nodiscard]] bool ModuleOwnsPayload(const void* block, size_t size);
 
-/// Ignores null and what is no block of the present heap.
+/// Ignores null and what is no block of the present heap, if there is one.
 void ModuleFree(void* block);
 
 /// An object on the module heap, its memory zeroed before construction. @return null when the heap is full

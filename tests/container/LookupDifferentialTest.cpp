@@ -13,7 +13,7 @@ namespace {
 // The low 32 bits as a signed number.
 int32_t Low(uint64_t value) { return static_cast<int32_t>(static_cast<uint32_t>(value)); }
 int32_t Low(int64_t value) { return Low(static_cast<uint64_t>(value)); }
-int64_t Quotient(__int128 value, uint32_t divisor) { return divisor ? static_cast<int64_t>(value) / int64_t{divisor} : 0; }
+int64_t Quotient(int64_t value, uint32_t divisor) { return divisor ? value / int64_t{divisor} : 0; }
 int64_t Cut(float value) { return std::abs(value) < 0x1p63f ? static_cast<int64_t>(value) : 0; }
 
 /// The tables of a video track as words of the file, and Track's look-ups as walks. All that these remember is the
@@ -57,7 +57,7 @@ struct Walks {
             timeFirst.push_back(Low(timeFirst.back() + int64_t{stts[i]}));
             timeStart.push_back(timeStart.back() + Low(uint64_t{stts[i]} * stts[i + 1]));
             for (uint32_t k = 0; odds == ~0u && k < stts[i]; ++k, now += stts[i + 1])
-                decodeTimes.push_back(static_cast<uint64_t>(Quotient(static_cast<__int128>(now) * 90000, timescale)));
+                decodeTimes.push_back(static_cast<uint64_t>(Quotient(static_cast<int64_t>(static_cast<uint64_t>(now) * 90000), timescale)));
         }
         times = decodeTimes;
         times.resize(10 * most);

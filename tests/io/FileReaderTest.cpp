@@ -113,7 +113,7 @@ TEST(FileReader, EndsTheWaitOfAReadWhenItStops) {
             s.reader->Flush();
         uint8_t byte = 0;
         uint32_t delivered = 9;
-        std::thread reading([&] { EXPECT_EQ(s.reader->Read(&byte, 7, 1, delivered) == ReadStatus::Done, raw); });
+        std::thread reading([&] { EXPECT_EQ(s.reader->Read(7, 1, &byte, delivered) == ReadStatus::Done, raw); });
         awaitReads(answers + 1);
         s.reader->Stop();
         reading.join();
