@@ -14,14 +14,10 @@ namespace kivmp4::cli {
 
 namespace {
 
-constexpr uint32_t kVideo = 0;
-constexpr uint32_t kH264 = 1;
-constexpr uint32_t kAac = 2;
-
 const char* Suffix(const CodecInfo& info) {
-    if (info.kind == kVideo)
-        return info.subtype == kH264 ? ".h264" : ".m4v";
-    return info.subtype == kAac ? ".aac" : ".raw";
+    if (info.kind == KIVMP4_KIND_VIDEO)
+        return info.subtype == KIVMP4_VIDEO_H264 ? ".h264" : ".m4v";
+    return info.subtype == KIVMP4_AUDIO_AAC ? ".aac" : ".raw";
 }
 
 // One track's file and what was written to it.
@@ -67,7 +63,7 @@ private:
 
 std::optional<AdtsFormat> AdtsFor(const Player& player, uint32_t track) {
     const CodecInfo& info = *player.Track(track);
-    if (info.kind == kVideo || info.subtype != kAac)
+    if (info.kind == KIVMP4_KIND_VIDEO || info.subtype != KIVMP4_AUDIO_AAC)
         return std::nullopt;
     std::string why;
     const auto format = AdtsFormat::FromConfig(info.config, info.configSize, why);

@@ -9,16 +9,12 @@ namespace kivmp4::cli {
 
 namespace {
 
-constexpr uint32_t kVideo = 0;
-constexpr uint32_t kMpeg4Visual = 0;
-constexpr uint32_t kH264 = 1;
-constexpr uint32_t kAac = 2;
 constexpr uint32_t k3DLevels = 100;
 
 const char* CodecName(const CodecInfo& info) {
-    if (info.kind == kVideo)
-        return info.subtype == kMpeg4Visual ? "MPEG-4 visual" : info.subtype == kH264 ? "H.264" : "unknown";
-    return info.subtype == kAac ? "AAC" : "waveform format";
+    if (info.kind == KIVMP4_KIND_VIDEO)
+        return info.subtype == KIVMP4_VIDEO_MPEG4 ? "MPEG-4 visual" : info.subtype == KIVMP4_VIDEO_H264 ? "H.264" : "unknown";
+    return info.subtype == KIVMP4_AUDIO_AAC ? "AAC" : "waveform format";
 }
 
 const char* H264ProfileName(uint32_t profile) {
@@ -55,7 +51,7 @@ void PrintVideo(Output& out, const CodecInfo& info, bool is3D) {
     out.Print("  %-18s%" PRIu32 " x %" PRIu32 "%s\n", "picture", info.width, info.height, is3D ? ", 3D" : "");
     // A name that marks a 3D file raises every video track's level.
     const uint32_t level = is3D && info.level >= k3DLevels ? info.level - k3DLevels : info.level;
-    if (info.subtype == kH264)
+    if (info.subtype == KIVMP4_VIDEO_H264)
         PrintH264(out, info, level);
     if (info.meanSampleDuration > 0)
         out.Print("  %-18s%.2f a second on average\n", "frames",
@@ -65,10 +61,10 @@ void PrintVideo(Output& out, const CodecInfo& info, bool is3D) {
 
 // AAC tells a layout by number: the highest stands for eight channels, 0 for one that the stream itself describes.
 void PrintChannels(Output& out, const CodecInfo& info) {
-    if (info.subtype == kAac && info.channels == 0)
+    if (info.subtype == KIVMP4_AUDIO_AAC && info.channels == 0)
         out.Print("  %-18stold in the stream\n", "channels");
     else
-        PrintNumber(out, "channels", info.subtype == kAac && info.channels == 7 ? 8 : info.channels, "");
+        PrintNumber(out, "channels", info.subtype == KIVMP4_AUDIO_AAC && info.channels == 7 ? 8 : info.channels, "");
 }
 
 void PrintAudio(Output& out, const CodecInfo& info) {
@@ -78,7 +74,7 @@ void PrintAudio(Output& out, const CodecInfo& info) {
         out.Print("  %-18snot told\n", "rate");
     PrintChannels(out, info);
     PrintNumber(out, "sample size", info.bitsPerSample, " bits");
-    if (info.subtype != kAac)
+    if (info.subtype != KIVMP4_AUDIO_AAC)
         return;
     PrintNumber(out, "average bit rate", info.avgBitrate, " bits a second");
     PrintNumber(out, "greatest bit rate", info.maxBitrate, " bits a second");
@@ -95,8 +91,8 @@ void PrintLanguage(Output& out, const CodecInfo& info) {
 }
 
 void PrintTrack(Output& out, uint32_t index, const CodecInfo& info, bool is3D) {
-    out.Print("\ntrack %" PRIu32 ": %s, %s\n", index, info.kind == kVideo ? "video" : "audio", CodecName(info));
-    if (info.kind == kVideo)
+    out.Print("\ntrack %" PRIu32 ": %s, %s\n", index, info.kind == KIVMP4_KIND_VIDEO ? "video" : "audio", CodecName(info));
+    if (info.kind == KIVMP4_KIND_VIDEO)
         PrintVideo(out, info, is3D);
     else
         PrintAudio(out, info);

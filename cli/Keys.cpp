@@ -23,7 +23,7 @@ private:
 uint32_t FirstVideoTrack(const Player& player) {
     for (uint32_t index = 0; index < player.TrackCount(); index++) {
         const CodecInfo* info = player.Track(index);
-        if (info && info->kind == 0)
+        if (info && info->kind == KIVMP4_KIND_VIDEO)
             return index;
     }
     throw Failure{kNotUsable, player.About("has no video track to step through")};
@@ -36,7 +36,7 @@ bool Take(Player& player, Step step, AccessUnit& unit) {
     const int32_t result = step(player.Handle(), &unit);
     if (result < 0)
         player.Stopped(unit);
-    return result == 0;
+    return result == KIVMP4_OK;
 }
 
 void PrintKey(Output& out, uint64_t number, const AccessUnit& unit, const std::string& interval) {

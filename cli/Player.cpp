@@ -182,9 +182,9 @@ bool Player::Next(AccessUnit& unit) {
     const int32_t result = KivMp4GetNextUnit(handle.get(), &unit);
     if (result < 0)
         Stopped(unit);
-    if (result == 0)
+    if (result == KIVMP4_OK)
         delivered++;
-    return result == 0;
+    return result == KIVMP4_OK;
 }
 
 void Player::RequireUnits() const {

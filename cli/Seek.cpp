@@ -56,9 +56,9 @@ void Seek(Player& player, const Options& options, Output& out) {
         // A video track at its end would refuse to jump, so each jump starts from the beginning.
         KivMp4Rewind(player.Handle());
         const int32_t result = KivMp4JumpPTS(player.Handle(), target);
-        if (result == 0)
+        if (result == KIVMP4_OK)
             PrintLandings(tracks, Land(player, tracks, unit), target, out);
-        else if (result == -2)
+        else if (result == KIVMP4_NO_POSITION)
             out.Print("  nowhere to go: at or behind the last unit, or the file has no table of key frames\n");
         else
             throw Failure{kNotUsable, player.About("has no track to seek in")};

@@ -16,11 +16,22 @@
  *     }
  *     KivMp4Destroy(demux);
  *
- * Results. Functions that return int32_t answer 0 on success and -1 on failure; delivery and navigation answer 1 when
- * nothing is left; a seek answers -2 when it has nowhere to go. A null handle, record or out pointer answers -1 (or
- * does nothing); it never crashes. What went wrong is also written to standard error, as far as the log level admits.
+ * Results. Functions that return int32_t answer KIVMP4_OK (0) or KIVMP4_ERROR (-1); delivery and steps answer
+ * KIVMP4_END (1) when nothing is left; a seek answers KIVMP4_NO_POSITION (-2) when it has nowhere to go. A null handle,
+ * record or out pointer answers -1 (or does nothing); it never crashes.
  *
- * Times are signed counts of 90 kHz ticks unless a line says otherwise. Samples and tracks are numbered from 0.
+ * Messages go to standard error, as far as the log level admits. Level 1 (errors) is not silent on success: a file is
+ * usable although a track of it was refused (" Invalid Track ", with the reason in the lines before), and a seek without
+ * an enabled video track says that the first enabled track leads.
+ *
+ * Times are signed counts of 90 kHz ticks unless a line says otherwise. Samples are numbered from 0 in the order of their
+ * track's tables. Tracks are numbered from 0 among those that the module can use: disabled tracks ("tkhd" without its
+ * enabled flag), those with more than one sample description, and sample entries other than H.264 ("avc1"), MPEG-4
+ * visual ("mp4v"), uncompressed video, AAC ("mp4a") and a few sound formats do not appear, so numbers may differ from
+ * those in the file.
+ *
+ * Edit lists: an empty edit followed by one that begins at media time 0 delays the track by the empty edit's length. Every
+ * other list counts as none, so a track whose list cuts off its beginning is presented that much too late.
  *
  * Threads. One handle exists at a time in a process: creating another first destroys the one before, so nothing of it may
  * be running or be freed yet. Forget the old pointer: it is refused like a null one, unless the new handle was made in the
@@ -44,6 +55,40 @@
 extern "C" {
 #endif
 
+/** The version of this header, which is the library's. */
+#define KIVMP4_VERSION_MAJOR 1
+#define KIVMP4_VERSION_MINOR 0
+#define KIVMP4_VERSION_PATCH 0
+#define KIVMP4_VERSION "1.0.0"
+
+/** Results of the functions that return int32_t. */
+enum {
+    KIVMP4_OK = 0,
+    KIVMP4_END = 1,          /* no unit or key frame is left in that direction */
+    KIVMP4_ERROR = -1,
+    KIVMP4_NO_POSITION = -2  /* KivMp4JumpPTS: there is no sample to go to */
+};
+
+/** Log levels, for KivMp4Create. Other values print nothing. */
+enum {
+    KIVMP4_LOG_NOTHING = 0,
+    KIVMP4_LOG_ERRORS = 1,
+    KIVMP4_LOG_WARNINGS = 2,  /* errors and warnings */
+    KIVMP4_LOG_H264 = 3,      /* the report on H.264 parameter sets alone */
+    KIVMP4_LOG_ALL = 4
+};
+
+/** CodecInfo.kind. */
+enum { KIVMP4_KIND_VIDEO = 0, KIVMP4_KIND_AUDIO = 1 };
+
+/** CodecInfo.subtype. */
+enum {
+    KIVMP4_VIDEO_MPEG4 = 0,  /* ISO/IEC 14496-2 */
+    KIVMP4_VIDEO_H264 = 1,   /* ISO/IEC 14496-10 */
+    KIVMP4_AUDIO_AAC = 2,    /* ISO/IEC 14496-3 */
+    KIVMP4_AUDIO_WAVEFORMAT = 4
+};
+
 /** One open (or opening) file. Made by KivMp4Create, ended by KivMp4Destroy. */
 typedef struct Mp4Demux Mp4Demux;
 
@@ -62,9 +107,10 @@ typedef struct FileInterface {
     /** Copies `size` bytes that begin at file offset `offset` to `destination` and answers how many it copied.
      *
      *  0 means "nothing yet, ask again": the module asks again and again until bytes come or the handle is destroyed.
-     *  A player whose file has failed must therefore answer (uint32_t)-1. Every other answer than `size` (less, or
-     *  more) fails the delivery that needed the bytes, and all later ones when the module's own thread had asked. The
-     *  module never asks for 0 bytes, for a negative offset or beyond the size that `getSize` told. */
+     *  A player whose file has failed must therefore answer (uint32_t)-1, and so must one that wants a call which waits
+     *  for bytes to return: KivMp4Destroy must not overlap that call. Every other answer than `size` (less, or more) fails
+     *  the delivery that needed the bytes, and all later ones when the module's own thread had asked. The module never
+     *  asks for 0 bytes, for a negative offset or beyond the size that `getSize` told. */
     uint32_t (*read)(void* context, void* destination, int64_t offset, uint32_t size);
     /** The file's size in bytes; 0 or less means "not known yet": KivMp4Open asks for about half a second. */
     int64_t (*getSize)(void* context);
@@ -81,11 +127,15 @@ typedef struct ClientAllocator {
 } ClientAllocator;
 
 /** One coded sample. The player owns the record, prepares it once with KivMp4InitUnit and then hands the same one to
- *  every delivery. 56 bytes; the module writes nothing behind `isVideo`. */
+ *  every delivery. 56 bytes; the module writes nothing after `isVideo`. */
 typedef struct AccessUnit {
-    /** The unit's bytes. The block belongs to the module, is reused and replaced by later deliveries into the same
-     *  record, and dies with the handle. H.264 comes with start codes (ISO/IEC 14496-10 Annex B), the parameter sets in
-     *  front of sample 0; MPEG-4 visual has its configuration in front of sample 0; all else is as in the file. */
+    /** The unit's bytes. The block belongs to the module: the next delivery into the same record writes over it or
+     *  replaces it, and it dies with the handle. H.264 comes with start codes (ISO/IEC 14496-10, Annex B).
+     *
+     *  In front of an H.264 track's sample 0, or of the first unit that is delivered when that is another one, stand the
+     *  track's parameter sets; MPEG-4 visual has its configuration there. So they come after opening and after
+     *  KivMp4Rewind, but not after a seek or a step into the middle: a player that starts a new decoder there gives it the
+     *  sets of CodecInfo.config first. All else is as in the file. */
     uint8_t* payload;
     /** Size of the `payload` block in bytes. */
     int32_t capacity;
@@ -112,9 +162,10 @@ typedef struct AccessUnit {
 /** What a decoder needs to know of a track. 344 bytes with the same offsets on every target. Fields that do not apply
  *  to the track are not written, so hand over a record filled with zero bytes. */
 typedef struct CodecInfo {
-    /** 0 video, 1 audio. */
+    /** KIVMP4_KIND_VIDEO or KIVMP4_KIND_AUDIO. */
     uint32_t kind;
-    /** Video: 0 MPEG-4 visual, 1 H.264. Audio: 2 AAC, 4 audio with a waveform-format header. */
+    /** KIVMP4_VIDEO_MPEG4, KIVMP4_VIDEO_H264, KIVMP4_AUDIO_AAC, or KIVMP4_AUDIO_WAVEFORMAT: audio with a waveform-format
+     *  header. */
     uint32_t subtype;
     /** Video: picture size in pixels as the file states it. */
     uint32_t width;
@@ -126,7 +177,8 @@ typedef struct CodecInfo {
     /** H.264: reference frames, and decoded frames to be buffered. */
     uint32_t refFrames;
     uint32_t decFrameBuffering;
-    /** Video: the greatest distance in the file, in bytes, between samples of two tracks that are due together. */
+    /** Video: 1048576 for every file. The distance in the file, in bytes, between samples of two tracks that are due
+     *  together which a player should be prepared for; nothing is measured. */
     uint32_t maxTrackOffset;
     uint32_t reserved1; /* not written */
     /** Video: movie duration over number of samples, in units of 100 microseconds. */
@@ -154,22 +206,26 @@ typedef struct CodecInfo {
 } CodecInfo;
 
 /** Makes a handle, opens the file through the player's functions and starts to read it ahead.
- *  @param path          names the file to the player's `open`. ".mpd" and ".ism" are refused; ".m3d" marks a 3D file
- *  @param file          copied by reference, as is `allocator`: both must outlive the handle
- *  @param heapMemory    the module's only working memory, any alignment; must stay untouched until KivMp4Destroy.
- *                       It holds the read-ahead buffer (192 KiB), the parsed movie and the payload blocks
- *  @param heapCapacity  its size in bytes; 1 MiB serves most files, the largest unit must fit besides
+ *  @param path          names the file to the player's `open`; not used after this call. ".mpd" and ".ism" are refused;
+ *                       ".m3d" marks a 3D file
+ *  @param file          kept by reference, as is `allocator`: both must outlive the handle
+ *  @param heapMemory    the module's only working memory, any alignment; must stay untouched until KivMp4Destroy
+ *  @param heapCapacity  its size in bytes. The read-ahead buffer takes 192 KiB, a movie some 40 KiB and more with its
+ *                       tracks, the time tables 8 bytes an entry, and each unit delivered its size and 2 KiB. 1 MiB serves
+ *                       most files. Too little looks like a damaged file: calls answer -1 and tracks are missing
  *  @param basePriority  the reading thread asks for this plus 15. Linux gives every thread its creator's scheduling and
  *                       ignores it
- *  @param logLevel      1 errors; 2 errors and warnings; 3 the H.264 report alone; 4 everything; other values nothing
- *  @return the handle; null when the name is refused, the file does not open or memory is missing */
+ *  @param logLevel      KIVMP4_LOG_...
+ *  @return the handle; null when the name is refused, the file does not open, the heap is too small for a handle, or the
+ *          host has no thread to give */
 KIVMP4_API Mp4Demux* KivMp4Create(const char* path, const FileInterface* file, const ClientAllocator* allocator,
                                   void* heapMemory, size_t heapCapacity, int32_t basePriority, int32_t logLevel);
 
 /** Parses the movie. Blocks until the player's functions have delivered it. All tracks start disabled at sample 0.
- *  @param trackCount  receives the number of usable tracks, from 1
+ *  @param trackCount  receives the number of usable tracks, from 1; not written on failure
  *  @param duration    receives the movie's duration in units of 100 microseconds; -1 on failure
- *  @return 0; -1 when the size does not become known, memory is missing, no track is usable, or it is open already */
+ *  @return 0; -1 when the size is not known half a second later, when memory is missing (both may be tried again), when
+ *          there is no usable track (also because `read` failed), or when the handle is open already */
 KIVMP4_API int32_t KivMp4Open(Mp4Demux* demux, uint32_t* trackCount, int64_t* duration);
 
 /** Ends the reading thread, closes the file and gives back everything. No function of the player is called after it
@@ -179,7 +235,8 @@ KIVMP4_API int32_t KivMp4Destroy(Mp4Demux* demux);
 
 /** Lets delivery and navigation consider a track, or not (`enable` 0). Enable only tracks that KivMp4GetTrackInfo
  *  describes: the others have no payload format, so that delivery stops with -1 when their turn comes.
- *  @return 0; -1 when the index is not below the track count */
+ *  @param trackIndex  a negative one stands for track 0
+ *  @return 0; -1 before KivMp4Open and when the index is not below the track count */
 KIVMP4_API int32_t KivMp4EnableTrack(Mp4Demux* demux, int32_t trackIndex, uint8_t enable);
 
 /** Describes a track.
@@ -189,14 +246,16 @@ KIVMP4_API int32_t KivMp4EnableTrack(Mp4Demux* demux, int32_t trackIndex, uint8_
 KIVMP4_API int32_t KivMp4GetTrackInfo(Mp4Demux* demux, int32_t trackIndex, CodecInfo* info);
 
 /** Delivers the enabled tracks' next unit, the one that lies first in the file, and moves its track on.
- *  @return 0; 1 when no enabled track has a unit left; -1 when reading or formatting failed: the track stays where it
- *          is, so that the next call tries the same unit again */
+ *  @return 0; 1 when no enabled track has a unit left; -1 before KivMp4Open, and when the unit cannot be had: `read`
+ *          failed, the heap has no room for it, its sample is empty, lies past the file's end or is malformed. The track
+ *          stays where it is, so that the next call tries the same unit again; disable the track to go on without it */
 KIVMP4_API int32_t KivMp4GetNextUnit(Mp4Demux* demux, AccessUnit* unit);
 
 /** Moves the last enabled video track to its next key frame and delivers it; all other tracks, disabled ones too, move
- *  to the same time. KivMp4GetNextUnit afterwards delivers that key frame again and goes on from there.
- *  @return 0; 1 when there is no later key frame (nothing has moved); -1 without an enabled video track or when reading
- *          failed (the tracks have moved) */
+ *  to the same time. KivMp4GetNextUnit afterwards delivers that key frame again and goes on from there. Trick mode
+ *  (KivMp4FlushFileReader) is not needed for it, only faster.
+ *  @return 0; 1 when there is no later key frame, or no table of key frames ("stss") because every frame is one: nothing
+ *          has moved; -1 without an enabled video track, or when the unit cannot be had: then the tracks have moved */
 KIVMP4_API int32_t KivMp4GetNextSyncUnit(Mp4Demux* demux, AccessUnit* unit);
 
 /** As KivMp4GetNextSyncUnit, backward. From the first key frame on it delivers the first key frame again. */
@@ -205,11 +264,12 @@ KIVMP4_API int32_t KivMp4GetPrevSyncUnit(Mp4Demux* demux, AccessUnit* unit);
 /** Moves all tracks, disabled ones too, to a presentation time: video to the nearest key frame, the others to the time
  *  of that frame. Without an enabled video track the first enabled track leads.
  *  @param presentationTime  90 kHz ticks
- *  @return 0; -1 without tracks; -2 when the time lies at or behind the last sample's, or before 0, or the video track
- *          stands at its end. Nothing has moved when it is not 0 */
+ *  @return 0; -1 before KivMp4Open; -2 when the time lies at or after the last sample's, or before 0, when the video track
+ *          stands at its end, or has no table of key frames ("stss") because every frame is one. Nothing has moved when it
+ *          is not 0 */
 KIVMP4_API int32_t KivMp4JumpPTS(Mp4Demux* demux, int64_t presentationTime);
 
-/** Copies the payload of the record last delivered to.
+/** Copies the payload of the record last delivered to, which must still exist.
  *  @param destination  at least that record's `size` bytes
  *  @return 0; -1 before the first delivery */
 KIVMP4_API int32_t KivMp4GetNextUnitData(Mp4Demux* demux, void* destination);
@@ -238,8 +298,9 @@ KIVMP4_API int32_t KivMp4Unsupported(void);
 /** Ends trick mode: reading ahead goes on. Does nothing outside trick mode. */
 KIVMP4_API void KivMp4ResumeFileReader(Mp4Demux* demux);
 
-/** Begins trick mode, the step before moving by key frames: what was read ahead is dropped, reading ahead stops, and
- *  every read goes straight to the player's `read`, until KivMp4ResumeFileReader. */
+/** Begins trick mode, for moving by key frames: what was read ahead is dropped, reading ahead stops, and every read goes
+ *  straight to the player's `read`, until KivMp4ResumeFileReader. Everything works without it too; then each step reads
+ *  64 KiB where the key frame lies. */
 KIVMP4_API void KivMp4FlushFileReader(Mp4Demux* demux);
 
 #ifdef __cplusplus
