@@ -17,10 +17,10 @@ public:
     SampleArray& operator=(const SampleArray&) = delete;
     ~SampleArray() { ClientFree(allocator, block); }
 
-    /// @return false when there are too many samples or the player refuses; the contents are arbitrary
+    /// @return false when the player refuses or would have to give 2 GiB or more; the contents are arbitrary
     [[nodiscard]] bool Allocate(const ClientAllocator* memory, size_t alignment, uint64_t samples) {
         allocator = memory;
-        block = samples > INT32_MAX ? nullptr : ClientAlloc(memory, alignment, samples * sizeof(int64_t));
+        block = ClientAlloc(memory, alignment, samples * sizeof(int64_t));
         count = block ? static_cast<uint32_t>(samples) : 0;
         return block != nullptr;
     }

@@ -166,6 +166,45 @@ TEST(Delivery, StopsAtATrackWithoutFormat) {
     EXPECT_EQ(session.Deliver().size(), 1u);
 }
 
+// Half of the samples lie past 4 GiB.
+TEST(Delivery, ReachesPast4GiB) {
+    constexpr int64_t kHole = int64_t{5} << 30;
+    Track track = VideoTrack(20);
+    size_t dataSize = 0;
+    for (const Bytes& sample : track.samples)
+        dataSize += sample.size();
+    track.replace = {{"stss", Words("stss", {2, 1, 11})}, {"co64", {}}};
+    Bytes content;
+    Session session({.tracks = {track}});
+    for (int pass = 0; pass < 2; pass++) {  // the first tells where the data begin
+        Put offsets;
+        offsets.U32(20);
+        uint64_t offset = content.size() - (content.empty() ? 0 : dataSize);
+        for (size_t i = 0; i < 20; offset += track.samples[i++].size()) {
+            session.file.holeAt = i <= 10 ? static_cast<int64_t>(offset) : session.file.holeAt;
+            offsets.U64(offset + (i < 10 ? 0 : kHole));
+        }
+        track.replace["stco"] = FullBox("co64", offsets);
+        content = Mp4Builder::Build({.tracks = {track}});
+    }
+    session.file.bytes = content;
+    session.file.holeSize = kHole;
+    ASSERT_TRUE(session.Start());
+    const std::vector<Unit> units = session.Deliver();
+    ASSERT_EQ(units.size(), 20u);
+    for (size_t i = 1; i < 20; i++)
+        EXPECT_EQ(units[i].bytes, Started({Bytes(track.samples[i].begin() + 4, track.samples[i].end())})) << i;
+    for (const bool raw : {false, true}) {  // there and back, read ahead and past the buffer
+        if (raw)
+            KivMp4FlushFileReader(session.demux);
+        KivMp4Rewind(session.demux);
+        EXPECT_EQ(KivMp4JumpPTS(session.demux, 30000), 0);
+        EXPECT_EQ(session.Deliver(1).at(0).bytes, units[10].bytes);
+        EXPECT_EQ(KivMp4JumpPTS(session.demux, 3000), 0);
+        EXPECT_EQ(session.Deliver(2).at(1).bytes, units[1].bytes);
+    }
+}
+
 // 90 pictures of 3000 ticks with key frames 0, 30 and 60 beside 200 audio samples of 1920 ticks.
 Movie LongMovie(const Bytes& stss) {
     Movie movie{.tracks = {VideoTrack(90), AudioTrack(200)}};
@@ -272,6 +311,26 @@ TEST(Navigation, LeadsByTheLastVideoTrackAndCountsDelays) {
     EXPECT_EQ(FirstOf(rest, 0, 1), 90000);
     EXPECT_EQ(FirstOf(rest, 1, 1), 45000 + 23 * 1920);  // the last one up to 90000
     EXPECT_EQ(FirstOf(rest, 2, 1), 90000);
+}
+
+// Presentation times decide, with the sign of their offsets.
+TEST(Navigation, SeeksByPresentationTimes) {
+    const uint32_t back = 0u - 1500;
+    Numbers all(90);
+    std::iota(all.begin(), all.end(), 1u);
+    Movie movie = LongMovie(FullBox("stss", Put().U32(90).Each(all, 4)));
+    movie.tracks[0].replace["ctts"] = Words("ctts", {2, 45, back, 45, 4500}, 1);
+    Session session(movie);
+    ASSERT_TRUE(session.Start());
+    session.Enable(1, false);
+    struct Case { int64_t time, video; };
+    // Up to picture 44 times are 3000 n - 1500, from 45 on 3000 n + 4500.
+    const Case cases[] = {{58499, 19}, {58500, 20}, {61499, 20}, {139499, 44}, {139500, 45}, {2999, 0}, {3000, 1}, {265499, 86}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.time);
+        EXPECT_EQ(KivMp4JumpPTS(session.demux, c.time), 0);
+        EXPECT_EQ(FirstOf(session.Deliver(1), 0, 3000), c.video);
+    }
 }
 
 }  // namespace

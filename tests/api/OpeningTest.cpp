@@ -35,6 +35,11 @@ TEST(Opening, AcceptsATrackByItsBoxes) {
         {"as it is",                 "none", none, true, "D/ ParseMDIA [479]: Media Language:  und \n"},
         {"no tkhd",                  "tkhd", none, false, invalid},
         {"disabled",                 "tkhd", FullBox("tkhd", Bytes(80), 0, 6), false, invalid},
+        {"tkhd cut short",           "tkhd", FullBox("tkhd", Bytes(71), 0, 1), false, invalid},
+        {"tkhd of the least size",   "tkhd", FullBox("tkhd", Bytes(72), 0, 7), true, valid},
+        {"tkhd in 64 bits cut",      "tkhd", FullBox("tkhd", Bytes(83), 1, 1), false, invalid},
+        {"tkhd in 64 bits",          "tkhd", FullBox("tkhd", Bytes(84), 1, 1), true, valid},
+        {"enabled by another flag",  "tkhd", FullBox("tkhd", Bytes(80), 0, 0x010100), false, invalid},
         {"no mdia",                  "mdia", none, false, invalid},
         {"no minf",                  "minf", none, false, "E/ ParseMDIA [485]:  No MINF box\n"},
         {"no stbl",                  "stbl", none, false, "E/ ParseMDIA [491]:  No STBL box\n"},
@@ -72,6 +77,45 @@ TEST(Opening, AcceptsATrackByItsBoxes) {
         EXPECT_EQ(log.Has("E/ Open [518]: ERROR_MP4DEMUX_INVALIDARG2 \n"), !c.valid);
         EXPECT_EQ(KivMp4GetNextUnit(session.demux, &session.unit), c.valid ? 1 : -1);  // no track is enabled
         EXPECT_EQ(log.Has("E/ GetNextUnit [1099]:  No tracks found \n"), !c.valid);
+    }
+}
+
+// Long tables come from the player's memory, as do their arrays when the heap is full.
+TEST(Opening, TellsOfTablesWithoutMemory) {
+    const auto table = [](const char* type, uint32_t entries, const Numbers& entry) {
+        Put words;
+        words.U32(entries);
+        for (uint32_t i = 0; i < entries; i++)
+            words.Each(entry, 4);
+        return FullBox(type, words);
+    };
+    const Bytes syncs = table("stss", 40000, {1}), times = table("stts", 40000, {1, 1}), offsets = table("ctts", 40000, {1, 1});
+    const Bytes endless = Words("stts", {1, 1u << 28, 1}), never = Words("stts", {2, ~0u, 1, ~0u, 1});
+    constexpr uint32_t kNone = FailingCall::kForEver;
+    const std::string refused = "E/ ParseSTTS [697]:  Unable to allcoate enough memory ! \n";
+    struct Case { const char* name; const char* type; Bytes table; uint32_t refusal; std::string line; };
+    const Case cases[] = {
+        {"sync samples",        "stss", syncs, 2, "E/ ParseSTSS [652]:  Cannot allocate memory of size(160000)\n"},
+        {"sample counts",       "stts", times, 1, "D/ ParseSTTS [673]:  Cannot allocate memory of size(160000) \n"},
+        {"deltas",              "stts", times, 2, "E/ ParseSTTS [680]:  Cannot allocate memory of size(160000) \n"},
+        {"decode times",        "stts", times, 3, refused},
+        {"2 GiB of times",      "stts", endless, kNone, refused},
+        {"more than 2^32",      "stts", never, kNone, refused},
+        {"composition counts",  "ctts", offsets, 1, "D/ ParseMDIA [528]: No CTTS box \n"},
+        {"composition offsets", "ctts", offsets, 3, "E/ ParseCTTS [924]:  Cannot allocate memory for CTTS box, required free space (320000)  \n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Movie movie{.tracks = {VideoTrack()}};
+        movie.tracks[0].replace[c.type] = c.table;
+        Session session(Mp4Builder::Build(movie), 250 << 10);
+        session.memory.failing.first = c.refusal;
+        session.memory.failing.count = 1;
+        session.logLevel = 4;
+        LogCapture log;
+        ASSERT_TRUE(session.Start());
+        EXPECT_TRUE(log.Has(c.line)) << log.Text();
+        EXPECT_EQ(session.Deliver().size(), 3u);
     }
 }
 

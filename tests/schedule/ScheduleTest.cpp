@@ -309,6 +309,8 @@ struct Scenario {
     void (*run)();
 };
 
+void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.name; }
+
 class Schedules : public testing::TestWithParam<Scenario> {};
 
 TEST_P(Schedules, AreAllRight) {

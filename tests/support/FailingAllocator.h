@@ -25,6 +25,8 @@ private:
     void* Allocate(size_t alignment, size_t size) {
         if (alignment != 1 && alignment != 4 && alignment != 8)
             violations.push_back("alignment " + std::to_string(alignment));
+        if (size > std::numeric_limits<int32_t>::max())
+            violations.push_back("a block of " + std::to_string(size) + " bytes");
         if (failing.Fails() || size > largest)
             return nullptr;
         auto raw = std::make_unique<uint8_t[]>(size + 2 * alignment);

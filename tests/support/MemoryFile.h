@@ -32,6 +32,7 @@ public:
     int64_t firstSize = 0;  // answered by the first `firstAsks` calls of getSize on each thread
     uint32_t firstAsks = 0;
     bool refuseOpen = false;
+    int64_t holeAt = 0, holeSize = 0;  // so many zero bytes more stand in the file in front of the byte at `holeAt`
     uint32_t delaySeed = 0;  // not 0: random waits of up to 200 microseconds in `read`
 
     FileInterface* Interface() { return &interface; }
@@ -55,14 +56,25 @@ private:
             std::this_thread::sleep_for(std::chrono::microseconds((delaySeed >> 8) % 200));
         const uint32_t answers[] = {size, size - 1, size + 1, std::numeric_limits<uint32_t>::max(), 0};  // by Fault
         uint32_t answer = answers[static_cast<int>(failing.Fails() ? fault : Fault::None)];
-        const auto start = std::min(static_cast<size_t>(offset), bytes.size());
-        const auto there = static_cast<uint32_t>(std::min<size_t>(size, bytes.size() - start));
+        const auto there = static_cast<uint32_t>(std::clamp<int64_t>(Size() - offset, 0, size));
         if (answer)
-            std::memcpy(destination, bytes.data() + start, std::min(answer, there));
+            Copy(static_cast<uint8_t*>(destination), offset, std::min(answer, there));
         if (there < size)
             answer = there ? there : std::numeric_limits<uint32_t>::max();
         inRead = false;
         return answer;
+    }
+
+    int64_t Size() const { return static_cast<int64_t>(bytes.size()) + holeSize; }
+    void Copy(uint8_t* destination, int64_t offset, uint32_t size) const {
+        if (holeSize == 0) {
+            std::copy_n(bytes.begin() + offset, size, destination);
+            return;
+        }
+        for (uint32_t i = 0; i < size; i++) {
+            const int64_t at = offset + i, place = at < holeAt ? at : at - holeSize;
+            destination[i] = at >= holeAt && place < holeAt ? uint8_t{0} : bytes[static_cast<size_t>(place)];
+        }
     }
 
     int64_t GetSize() {
@@ -70,7 +82,7 @@ private:
             if (opens == closes)
                 violations.push_back("size asked of a closed file");
             const bool first = asks[std::this_thread::get_id()]++ < firstAsks;
-            const int64_t answer = first ? firstSize : static_cast<int64_t>(bytes.size());
+            const int64_t answer = first ? firstSize : Size();
             told = std::max(told, answer);
             return answer;
         });
