@@ -33,8 +33,8 @@
  *
  * Threads. One handle exists at a time in a process: creating another one first closes the one before, also when the
  * new file then cannot be opened. The old pointer is refused like a null one from then on, unless the new handle has
- * the same address, as it has over the same heap block: then both mean the new handle. KivMp4GetNextUnit and KivMp4JumpPTS
- * may be called from different threads at once and wait for each other; KivMp4FlushFileReader and
+ * the same address, as it has over the same heap block: then both mean the new handle. KivMp4GetNextUnit and
+ * KivMp4JumpPTS may be called from different threads at once and wait for each other; KivMp4FlushFileReader and
  * KivMp4ResumeFileReader may be called while either of them runs. All other calls on a handle must not overlap with
  * each other or with these; this holds for KivMp4Destroy too.
  */
@@ -91,12 +91,11 @@ enum {
     KIVMP4_LOG_ALL = 4
 };
 
-enum {
-    /** Times are counted in these. */
-    KIVMP4_TICKS_PER_SECOND = 90000,
-    /** Added to CodecInfo.level when the file name marks a 3D file. */
-    KIVMP4_LEVEL_3D = 100
-};
+/** Added to CodecInfo.level when the file name marks a 3D file. */
+enum { KIVMP4_LEVEL_3D = 100 };
+
+/** Times are counted in these. Not an enumerator, so that C++ may divide a double by it. */
+#define KIVMP4_TICKS_PER_SECOND 90000
 
 /** What the player's `read` answers when the file has failed, and to end a call that waits in it. */
 #define KIVMP4_READ_FAILED ((uint32_t)-1)
