@@ -48,7 +48,7 @@ int Seek(Mp4Demux* demux, AccessUnit& unit, double ticks) {
     const Stopwatch watch;
     for (int seek = 0; seek < kSeeks; ++seek) {
         const auto time = static_cast<int64_t>(fractions.Next() * ticks);
-        found += KivMp4JumpPTS(demux, time) == 0 && KivMp4GetNextUnit(demux, &unit) == 0;
+        found += KivMp4JumpPTS(demux, time) == KIVMP4_OK && KivMp4GetNextUnit(demux, &unit) == KIVMP4_OK;
     }
     Report("seek_us", watch.Elapsed() / kSeeks * 1e6);
     return found >= kSeeks * 9 / 10 ? 0 : Fail("seeking");  // times behind the last sample find nothing
@@ -59,7 +59,7 @@ int Wind(Mp4Demux* demux, AccessUnit& unit) {
     KivMp4Rewind(demux);
     KivMp4FlushFileReader(demux);
     const Stopwatch watch;
-    while ((result = KivMp4GetNextSyncUnit(demux, &unit)) == 0)
+    while ((result = KivMp4GetNextSyncUnit(demux, &unit)) == KIVMP4_OK)
         ++units;
     const double seconds = watch.Elapsed();
     KivMp4ResumeFileReader(demux);
@@ -80,8 +80,8 @@ int Measure(const char* path) {
     uint32_t tracks = 0, sum = 0;
     int64_t duration = 0;
     Stopwatch opening;
-    Mp4Demux* demux = KivMp4Create(path, &file, &memory, heap, kHeapSize, 0, 0);
-    if (!demux || KivMp4Open(demux, &tracks, &duration) != 0)
+    Mp4Demux* demux = KivMp4Create(path, &file, &memory, heap, kHeapSize, 0, KIVMP4_LOG_NONE);
+    if (!demux || KivMp4Open(demux, &tracks, &duration) != KIVMP4_OK)
         return Fail("opening");
     Report("open_ms", opening.Elapsed() * 1e3);
 
@@ -89,9 +89,9 @@ int Measure(const char* path) {
     for (uint32_t track = 0; track < tracks; ++track) {
         CodecInfo info = {};
         const auto index = static_cast<int32_t>(track);
-        if (KivMp4GetTrackInfo(demux, index, &info) != 0 || KivMp4EnableTrack(demux, index, 1) != 0)
+        if (KivMp4GetTrackInfo(demux, index, &info) != KIVMP4_OK || KivMp4EnableTrack(demux, index, 1) != KIVMP4_OK)
             return Fail("enabling a track");
-        video = video || info.kind == 0;
+        video = video || info.kind == KIVMP4_KIND_VIDEO;
     }
     AccessUnit unit = {};
     KivMp4InitUnit(demux, &unit);
@@ -99,14 +99,14 @@ int Measure(const char* path) {
     int32_t result = 0;
     const Stopwatch delivery;
     // The unit already lies in the record's own block: that is the copy that the other side makes.
-    for (; (result = KivMp4GetNextUnit(demux, &unit)) == 0; ++units)
+    for (; (result = KivMp4GetNextUnit(demux, &unit)) == KIVMP4_OK; ++units)
         sum += unit.size > 0 ? unit.payload[unit.size / 2] : 0u;
     Report("deliver_s", delivery.Elapsed());
     Report("units", units);
     Report("memory_kib", PeakMemory());
     Report("sum", sum);
     // At its end a video track refuses to seek.
-    if (result != 1 || KivMp4Rewind(demux) != 0 || KivMp4GetNextUnit(demux, &unit) != 0)
+    if (result != KIVMP4_END || KivMp4Rewind(demux) != KIVMP4_OK || KivMp4GetNextUnit(demux, &unit) != KIVMP4_OK)
         return Fail("delivery");
     const auto ticks = static_cast<double>(KivMp4TimeToTicks(static_cast<uint64_t>(duration)));
     if (Seek(demux, unit, ticks) != 0 || (video && Wind(demux, unit) != 0))
