@@ -44,7 +44,7 @@ void Deliver(benchmark::State& state, const Shape& shape) {
     Player player(MovieOf(shape, state));
     double units = 0;
     for (auto _ : state) {
-        while (KivMp4GetNextUnit(player.demux, &player.unit) == 0)
+        while (KivMp4GetNextUnit(player.demux, &player.unit) == KIVMP4_OK)
             ++units;
         KivMp4Rewind(player.demux);
     }
@@ -57,7 +57,7 @@ void LookUp(benchmark::State& state, const Shape& shape) {
     Player player(MovieOf(shape, state));
     std::mt19937_64 random(1);
     for (auto _ : state) {
-        if (KivMp4JumpPTS(player.demux, AnyTime(player, random)) != 0)
+        if (KivMp4JumpPTS(player.demux, AnyTime(player, random)) != KIVMP4_OK)
             state.SkipWithError("no sample at the time");
     }
 }
@@ -67,8 +67,8 @@ void Seek(benchmark::State& state, const Shape& shape) {
     Player player(MovieOf(shape, state));
     std::mt19937_64 random(1);
     for (auto _ : state) {
-        if (KivMp4JumpPTS(player.demux, AnyTime(player, random)) != 0 ||
-            KivMp4GetNextUnit(player.demux, &player.unit) != 0)
+        if (KivMp4JumpPTS(player.demux, AnyTime(player, random)) != KIVMP4_OK ||
+            KivMp4GetNextUnit(player.demux, &player.unit) != KIVMP4_OK)
             state.SkipWithError("no unit at the time");
     }
 }

@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
     for (uint32_t unit = 0; unit < movie.Samples(); ++unit) {
         if (unit == movie.Samples() - counted)
             CALLGRIND_START_INSTRUMENTATION;
-        if (KivMp4GetNextUnit(player.demux, &player.unit) != 0) {
+        if (KivMp4GetNextUnit(player.demux, &player.unit) != KIVMP4_OK) {
             std::fprintf(stderr, "unit %u of %u was not delivered\n", unit, movie.Samples());
             return 1;
         }

@@ -48,7 +48,7 @@ int Seek(Mp4Demux* demux, AccessUnit& unit, double ticks) {
     const Stopwatch watch;
     for (int seek = 0; seek < kSeeks; ++seek) {
         const auto time = static_cast<int64_t>(fractions.Next() * ticks);
-        found += KivMp4JumpPTS(demux, time) == 0 && KivMp4GetNextUnit(demux, &unit) == 0;
+        found += KivMp4JumpPTS(demux, time) == KIVMP4_OK && KivMp4GetNextUnit(demux, &unit) == KIVMP4_OK;
     }
     Report("seek_us", watch.Elapsed() / kSeeks * 1e6);
     return found >= kSeeks * 9 / 10 ? 0 : Fail("seeking");  // times behind the last sample find nothing
@@ -80,7 +80,7 @@ int Measure(const char* path) {
     uint32_t tracks = 0, sum = 0;
     int64_t duration = 0;
     Stopwatch opening;
-    Mp4Demux* demux = KivMp4Create(path, &file, &memory, heap, kHeapSize, 0, 0);
+    Mp4Demux* demux = KivMp4Create(path, &file, &memory, heap, kHeapSize, 0, KIVMP4_LOG_NONE);
     if (!demux || KivMp4Open(demux, &tracks, &duration) != KIVMP4_OK)
         return Fail("opening");
     Report("open_ms", opening.Elapsed() * 1e3);
@@ -89,7 +89,7 @@ int Measure(const char* path) {
     for (uint32_t track = 0; track < tracks; ++track) {
         CodecInfo info = {};
         const auto index = static_cast<int32_t>(track);
-        if (KivMp4GetTrackInfo(demux, index, &info) != 0 || KivMp4EnableTrack(demux, index, 1) != 0)
+        if (KivMp4GetTrackInfo(demux, index, &info) != KIVMP4_OK || KivMp4EnableTrack(demux, index, 1) != KIVMP4_OK)
             return Fail("enabling a track");
         video = video || info.kind == KIVMP4_KIND_VIDEO;
     }

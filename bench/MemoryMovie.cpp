@@ -157,12 +157,13 @@ Player::Player(MemoryMovie& movie) : heap(static_cast<uint8_t*>(std::malloc(kHea
     };
     uint32_t tracks = 0;
     int64_t duration = 0;
-    demux = KivMp4Create("movie.mp4", movie.Interface(), &memory, heap, kHeapSize, 0, 0);
-    bool ready = demux && KivMp4Open(demux, &tracks, &duration) == 0;
+    demux = KivMp4Create("movie.mp4", movie.Interface(), &memory, heap, kHeapSize, 0, KIVMP4_LOG_NONE);
+    bool ready = demux && KivMp4Open(demux, &tracks, &duration) == KIVMP4_OK;
     for (uint32_t track = 0; track < tracks; ++track) {
         CodecInfo info = {};
         const auto index = static_cast<int32_t>(track);
-        ready = ready && KivMp4GetTrackInfo(demux, index, &info) == 0 && KivMp4EnableTrack(demux, index, 1) == 0;
+        ready = ready && KivMp4GetTrackInfo(demux, index, &info) == KIVMP4_OK &&
+                KivMp4EnableTrack(demux, index, 1) == KIVMP4_OK;
     }
     if (!ready) {
         std::fprintf(stderr, "the movie in memory does not open\n");

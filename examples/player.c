@@ -28,19 +28,21 @@ static int32_t openFile(void* context, const char* path, uint32_t mode) {
 }
 
 static int32_t closeFile(void* context) {
-    return fclose(((File*)context)->stream);
+    File* file = (File*)context;
+    return fclose(file->stream);
 }
 
-/* Answering 0 would mean "nothing yet, ask again", so a failure is told as (uint32_t)-1. */
+/* Answering 0 would mean "nothing yet, ask again". */
 static uint32_t readFile(void* context, void* destination, int64_t offset, uint32_t size) {
     File* file = (File*)context;
-    if (fseeko(file->stream, offset, SEEK_SET) != 0) return (uint32_t)-1;
-    return fread(destination, 1, size, file->stream) == size ? size : (uint32_t)-1;
+    if (fseeko(file->stream, offset, SEEK_SET) != 0) return KIVMP4_READ_FAILED;
+    return fread(destination, 1, size, file->stream) == size ? size : KIVMP4_READ_FAILED;
 }
 
 /* May run at the same time as readFile, so it does not touch the stream. */
 static int64_t sizeOfFile(void* context) {
-    return ((File*)context)->size;
+    File* file = (File*)context;
+    return file->size;
 }
 
 static void* allocate(void* context, size_t alignment, size_t size) {
@@ -54,50 +56,50 @@ static void release(void* context, void* block) {
     free(block);
 }
 
-static int fail(const char* path, const char* what) {
-    fprintf(stderr, "player: %s: %s\n", path, what);
-    return 1;
-}
-
-static int play(Mp4Demux* demux, const char* path) {
-    uint32_t trackCount, track, units = 0;
+/* Returns what went wrong, or NULL. */
+static const char* play(Mp4Demux* demux) {
+    uint32_t trackCount, track;
     int64_t duration;
     int32_t result;
+    unsigned long units = 0;
     AccessUnit unit;
 
-    if (KivMp4Open(demux, &trackCount, &duration) != KIVMP4_OK) return fail(path, "not a usable MP4 file");
+    if (KivMp4Open(demux, &trackCount, &duration) != KIVMP4_OK) return "not a usable MP4 file";
     for (track = 0; track < trackCount; track++) {
         CodecInfo info;
-        memset(&info, 0, sizeof(info));
+        memset(&info, 0, sizeof info);
         /* A track that cannot be described has no payload format: leave it disabled. */
-        if (KivMp4GetTrackInfo(demux, (int32_t)track, &info) == KIVMP4_OK) KivMp4EnableTrack(demux, (int32_t)track, 1);
+        if (KivMp4GetTrackInfo(demux, (int32_t)track, &info) == KIVMP4_OK)
+            KivMp4EnableTrack(demux, (int32_t)track, 1);
     }
     KivMp4InitUnit(demux, &unit);
     while ((result = KivMp4GetNextUnit(demux, &unit)) == KIVMP4_OK) {
         /* A player hands unit.payload, unit.size bytes, to the decoder of unit.trackIndex here. */
         printf("track %" PRIu32 ": %" PRId32 " bytes at %.3f s\n", unit.trackIndex, unit.size,
-               (double)unit.pts / 90000);
+               (double)unit.pts / KIVMP4_TICKS_PER_SECOND);
         units++;
     }
-    if (result != KIVMP4_END) return fail(path, "stopped before the end");
-    return units > 0 ? 0 : fail(path, "no units to play");
+    if (result != KIVMP4_END) return "stopped before the end, the file is damaged or cannot be read";
+    return units == 0 ? "has no units to play" : NULL;
 }
 
 int main(int argc, char** argv) {
     File file = {NULL, 0};
     FileInterface files = {&file, openFile, closeFile, readFile, sizeOfFile};
     ClientAllocator memory = {NULL, allocate, release};
-    void* heap = malloc(HEAP_SIZE);
+    const char* failure = "cannot open";
+    void* heap;
     Mp4Demux* demux;
-    int failed;
 
     if (argc != 2) {
-        fprintf(stderr, "usage: player FILE, an MP4 file\n");
+        fprintf(stderr, "usage: player FILE\n");
         return 2;
     }
-    demux = KivMp4Create(argv[1], &files, &memory, heap, HEAP_SIZE, 0, KIVMP4_LOG_NOTHING);
-    failed = demux ? play(demux, argv[1]) : fail(argv[1], "cannot be opened");
+    heap = malloc(HEAP_SIZE);
+    demux = KivMp4Create(argv[1], &files, &memory, heap, HEAP_SIZE, 0, KIVMP4_LOG_ERRORS);
+    if (demux) failure = play(demux);
     KivMp4Destroy(demux);
     free(heap);
-    return failed;
+    if (failure) fprintf(stderr, "%s: %s\n", argv[1], failure);
+    return failure ? 1 : 0;
 }

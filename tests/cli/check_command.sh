@@ -69,6 +69,13 @@ expect 5 "" extract cut.mp4 -o part
 [ "$(stat -c %s part/track0.h264)" -gt $((size / 3)) ] || { echo "what precedes the damage is not kept"; failures=1; }
 
 units=$(("$("${kivmp4[@]}" packets "$demo" | wc -l)" - 1))  # but for the heading
-same "units of the example player" "$("${kivmp4[@]/%*\/kivmp4/$player}" "$demo" | wc -l)" "$units"
+run_player() { "${kivmp4[@]/%*\/kivmp4/$player}" "$@" 2>&1; }
+same "units of the example player" "$(run_player "$demo" | wc -l)" "$units"
+ffmpeg -nostdin -v error -i "$demo" -c copy -movflags empty_moov+frag_keyframe fragments.mp4
+for case in "absent.mp4|cannot open" "garbage.mp4|not a usable MP4 file" "cut.mp4|stopped before the end" \
+  "fragments.mp4|has no units to play"; do
+  text=$(run_player "${case%|*}") && echo "the example player succeeds with ${case%|*}" && failures=1
+  same "the example player's message" "${text##*"${case%|*}: ${case#*|}"*}" ""
+done
 same "README and examples/player.c" "$(sed -n '/^```c$/,/^```$/p' "$source/README.md" | sed '1d;$d' | diff - "$source/examples/player.c")" ""
 exit $failures

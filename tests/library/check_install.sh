@@ -1,40 +1,51 @@
-#!/usr/bin/env bash
-# Installs into an empty prefix and builds the example against it: check_install.sh SOURCE BUILD CLIP
+#!/bin/sh
+# Usage: check_install.sh BUILD SOURCE GENERATOR TOOLCHAIN C_COMPILER C_FLAGS PLAYER [EMULATOR...]
+# What is installed into an empty prefix serves a player: in C by way of pkg-config, in C and C++ by way of CMake, with the
+# shared and with the static library. Each of them must show what PLAYER, built beside the library, shows.
 set -eu
-source=$1 build=$2 clip=$3
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-prefix=$work/prefix
-cmake --install "$build" --prefix "$prefix" >/dev/null
-PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name kivmp4.pc)")
-export PKG_CONFIG_PATH
-libraries=$(pkg-config --variable=libdir kivmp4)
-expected=$("$build/examples/example_player" "$clip")
-[ -n "$expected" ]
+build=$1 source=$2 generator=$3 toolchain=$4 compiler=$5 flags=$6 player=$7
+shift 7
+directory=$(mktemp -d)
+trap 'rm -rf "$directory"' EXIT
+clip=$source/samples/demo.mp4
+"$@" "$player" "$clip" >"$directory/expected"
+[ -s "$directory/expected" ] || { echo "$player shows nothing"; exit 1; }
 
-check() {  # NAME PROGRAM
-  [ "$("$2" "$clip")" = "$expected" ] || { echo "$1: the example plays something else"; exit 1; }
+# shows WHAT PROGRAM EMULATOR...
+shows() {
+    what=$1 program=$2
+    shift 2
+    LD_LIBRARY_PATH=$libraries "$@" "$program" "$clip" >"$directory/shown"
+    cmp "$directory/expected" "$directory/shown" || { echo "$what: other units than $player"; exit 1; }
 }
 
-flags="-std=c99 -pedantic -Wall -Wextra -Werror"
-cc $flags "$source/examples/player.c" $(pkg-config --cflags --libs kivmp4) -Wl,-rpath,"$libraries" -o "$work/shared"
-check "C, pkg-config, shared" "$work/shared"
-cc $flags "$source/examples/player.c" $(pkg-config --cflags kivmp4) "$libraries/libkivmp4.a" -pthread -o "$work/static"
-check "C, pkg-config, static" "$work/static"
-c++ -x c++ -std=c++11 -Wall -Wextra -Werror "$source/examples/player.c" $(pkg-config --cflags --libs kivmp4) \
-  -Wl,-rpath,"$libraries" -o "$work/cxx"
-check "C++, pkg-config" "$work/cxx"
+cmake --install "$build" --prefix "$directory/prefix" >/dev/null
+# Moved afterwards: nothing installed may name the place where it was put first.
+mv "$directory/prefix" "$directory/moved"
+export PKG_CONFIG_LIBDIR
+PKG_CONFIG_LIBDIR=$(dirname "$(find "$directory/moved" -name kivmp4.pc)")
+libraries=$(dirname "$PKG_CONFIG_LIBDIR")
+version=$(sed -n 's/^#define KIVMP4_VERSION "\(.*\)"/\1/p' "$source/include/KivMp4.h")
+[ "$(pkg-config --modversion kivmp4)" = "$version" ] || { echo "kivmp4.pc is not of version $version"; exit 1; }
 
-cat >"$work/CMakeLists.txt" <<TEXT
-cmake_minimum_required(VERSION 3.20)
-project(Consumer LANGUAGES C)
-find_package(KivMp4 1.0 REQUIRED)
-add_executable(shared $source/examples/player.c)
-target_link_libraries(shared PRIVATE KivMp4::kivmp4)
-add_executable(static $source/examples/player.c)
-target_link_libraries(static PRIVATE KivMp4::kivmp4_static)
-TEXT
-cmake -S "$work" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
-cmake --build "$work/build" >/dev/null
-check "CMake, shared" "$work/build/shared"
-check "CMake, static" "$work/build/static"
+strict="-std=c99 -pedantic -Wall -Wextra -Werror"
+# shellcheck disable=SC2086,SC2046  # flags are several words
+"$compiler" $flags $strict "$source/examples/player.c" $(pkg-config --cflags --libs kivmp4) -o "$directory/shared"
+shows "C with pkg-config" "$directory/shared" "$@"
+# shellcheck disable=SC2086,SC2046
+"$compiler" $flags $strict "$source/examples/player.c" $(pkg-config --cflags kivmp4) \
+    $(pkg-config --static --libs kivmp4 | sed 's/-lkivmp4/-l:libkivmp4.a/') -o "$directory/static"
+shows "C with pkg-config, static" "$directory/static" "$@"
+
+cp "$source/tests/library/consumer/CMakeLists.txt" "$source/examples/player.c" "$directory"
+cp "$directory/player.c" "$directory/player.cpp"
+cmake -S "$directory" -B "$directory/build" -G "$generator" -DCMAKE_PREFIX_PATH="$directory/moved" -DVERSION="$version" \
+      ${toolchain:+--toolchain "$toolchain"} >/dev/null
+cmake --build "$directory/build" >"$directory/log" || { cat "$directory/log"; exit 1; }
+for program in c_shared c_static cpp_shared cpp_static; do
+    shows "$program with CMake" "$directory/build/$program" "$@"
+done
+if [ -e "$build/kivmp4" ]; then
+    "$@" "$directory/moved/bin/kivmp4" --version | grep -q "$version" || { echo "the command is not installed"; exit 1; }
+    [ -s "$directory/moved/share/man/man1/kivmp4.1" ] || { echo "the manual page is not installed"; exit 1; }
+fi
