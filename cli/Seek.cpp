@@ -58,7 +58,7 @@ void Seek(Player& player, const Options& options, Output& out) {
         const int32_t result = KivMp4JumpPTS(player.Handle(), target);
         if (result == KIVMP4_OK)
             PrintLandings(tracks, Land(player, tracks, unit), target, out);
-        else if (result == KIVMP4_NO_POSITION)
+        else if (result == KIVMP4_NOWHERE)
             out.Print("  nowhere to go: at or behind the last unit, or the file has no table of key frames\n");
         else
             throw Failure{kNotUsable, player.About("has no track to seek in")};

@@ -19,10 +19,7 @@ static int32_t openFile(void* context, const char* path, uint32_t mode) {
     File* file = (File*)context;
     (void)mode;
     file->stream = fopen(path, "rb");
-    if (!file->stream) {
-        perror(path);
-        return -1;
-    }
+    if (!file->stream) return -1;
     if (fseeko(file->stream, 0, SEEK_END) == 0) file->size = ftello(file->stream);
     return 0;
 }

@@ -21,9 +21,7 @@
  * record or out pointer answers KIVMP4_ERROR (or does nothing); it never crashes. The value does not tell causes apart;
  * each function lists what it can mean. What went wrong is also written to standard error, as the log level admits.
  *
- * Messages go to standard error, as far as the log level admits. Level 1 (errors) is not silent on success: a file is
- * usable although a track of it was refused (" Invalid Track ", with the reason in the lines before), and a seek without
- * an enabled video track says that the first enabled track leads.
+ * Times are signed counts of 90 kHz ticks unless a line says otherwise. Samples and tracks are numbered from 0.
  *
  * Edit lists. The only one that is applied has two entries, an empty edit and then one that begins at media time 0: it
  * delays the track. Every other list is passed over, so sound is shifted against the picture by what the list would
@@ -37,8 +35,8 @@
  * new file then cannot be opened. The old pointer is refused like a null one from then on, unless the new handle has
  * the same address, as it has over the same heap block: then both mean the new handle. KivMp4GetNextUnit and
  * KivMp4JumpPTS may be called from different threads at once and wait for each other; KivMp4FlushFileReader and
- * KivMp4ResumeFileReader may be called while either of them runs. All other calls on a handle must not overlap with
- * each other or with these; this holds for KivMp4Destroy too.
+ * KivMp4ResumeFileReader may be called while any delivery, step or seek runs. All other calls on a handle must not
+ * overlap with each other or with these; this holds for KivMp4Destroy too.
  */
 #ifndef KIVMP4_H
 #define KIVMP4_H
@@ -293,7 +291,7 @@ KIVMP4_API int32_t KivMp4GetPrevSyncUnit(Mp4Demux* demux, AccessUnit* unit);
  *          is possible), or the leading track has no times. Nothing has moved when it is not KIVMP4_OK */
 KIVMP4_API int32_t KivMp4JumpPTS(Mp4Demux* demux, int64_t presentationTime);
 
-/** Copies the payload of the record last delivered to, which must still exist.
+/** Copies the payload of the record last delivered to.
  *  @param destination  at least that record's `size` bytes
  *  @return KIVMP4_OK; KIVMP4_ERROR before the first delivery. The record must still exist */
 KIVMP4_API int32_t KivMp4GetNextUnitData(Mp4Demux* demux, void* destination);
