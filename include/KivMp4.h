@@ -277,7 +277,8 @@ KIVMP4_API int32_t KivMp4GetNextUnit(Mp4Demux* demux, AccessUnit* unit);
  *  to the same time. KivMp4GetNextUnit afterwards delivers that key frame again and goes on from there.
  *  @return KIVMP4_OK; KIVMP4_END when there is no later key frame, or the track has no table of key frames (every frame
  *          is one then) or no times: nothing has moved; KIVMP4_ERROR without an enabled video track (nothing has moved)
- *          or when delivery failed as in KivMp4GetNextUnit (the tracks have moved) */
+ *          or when delivery failed as in KivMp4GetNextUnit (the tracks have moved), which it does too when the table of
+ *          key frames names a sample that the track does not have */
 KIVMP4_API int32_t KivMp4GetNextSyncUnit(Mp4Demux* demux, AccessUnit* unit);
 
 /** As KivMp4GetNextSyncUnit, backward. From the first key frame on it delivers the first key frame again. */

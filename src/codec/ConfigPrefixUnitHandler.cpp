@@ -30,9 +30,9 @@ ConfigPrefixUnitHandler::~ConfigPrefixUnitHandler() { ModuleFree(configData); }
 
 int32_t ConfigPrefixUnitHandler::FormatUnit(AccessUnit& unit, SampleReader& reader, int64_t offset,
                                             uint32_t sampleSize) {
-    const int32_t prefixSize = sendConfig ? configSize : 0;
+    const ByteView prefix = sendConfig ? ByteView{configData, static_cast<size_t>(configSize)} : ByteView{};
     sendConfig = false;  // whether or not this unit succeeds
-    return FormatCopy(unit, reader, offset, sampleSize, configData, prefixSize);
+    return FormatCopy(unit, reader, offset, sampleSize, prefix);
 }
 
 }  // namespace kivmp4

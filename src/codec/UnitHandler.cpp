@@ -56,13 +56,13 @@ bool UnitHandler::GrowKeeping(AccessUnit& unit, int64_t need, int64_t margin) {
 }
 
 int32_t UnitHandler::FormatCopy(AccessUnit& unit, SampleReader& reader, int64_t offset, uint32_t sampleSize,
-                                const uint8_t* prefix, int32_t prefixSize) {
-    const int64_t size = int64_t{prefixSize} + sampleSize;
+                                ByteView prefix) {
+    const int64_t size = static_cast<int64_t>(prefix.size) + sampleSize;
     if (!Grow(unit, size, kMargin))
         return 0;
-    if (prefixSize > 0)
-        std::memcpy(unit.payload, prefix, static_cast<size_t>(prefixSize));
-    if (reader.ReadData(offset, sampleSize, unit.payload + prefixSize) != 0)
+    if (prefix.data)
+        std::memcpy(unit.payload, prefix.data, prefix.size);
+    if (reader.ReadData(offset, sampleSize, unit.payload + prefix.size) != 0)
         return 0;
     unit.size = static_cast<int32_t>(size);
     return unit.size;

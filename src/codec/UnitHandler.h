@@ -43,9 +43,9 @@ protected:
     /// The same in the middle of a unit: the bytes written so far stay.
     [[nodiscard]] static bool GrowKeeping(AccessUnit& unit, int64_t need, int64_t margin);
 
-    /// Puts `prefixSize` bytes and then the sample, unchanged, into the payload.
+    /// Puts the prefix and then the sample, unchanged, into the payload.
     [[nodiscard]] static int32_t FormatCopy(AccessUnit& unit, SampleReader& reader, int64_t offset, uint32_t sampleSize,
-                                            const uint8_t* prefix, int32_t prefixSize);
+                                            ByteView prefix = {});
 };
 
 }  // namespace kivmp4
