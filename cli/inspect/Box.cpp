@@ -34,8 +34,11 @@ constexpr std::string_view kSoundEntries =
 }  // namespace
 
 std::string Box::Path() const {
-    std::string text = parent && !parent->type.empty() ? parent->Path() + "/" + type : type;
-    return type == "trak" || sameType ? text + "[" + std::to_string(sameType) + "]" : text;
+    std::string text = parent && !parent->type.empty() ? parent->Path() + "/" : "";
+    text += type;
+    if (type == "trak" || sameType)
+        text.append("[").append(std::to_string(sameType)).append("]");
+    return text;
 }
 
 const Box* Box::Child(std::string_view childType) const {
