@@ -31,7 +31,7 @@ int File::Open(const std::string& path) {
 }
 
 size_t File::Read(uint64_t offset, void* destination, size_t count) const {
-    if (offset >= size)
+    if (offset >= size || count == 0)
         return 0;
     count = static_cast<size_t>(std::min<uint64_t>(count, size - offset));
     if (descriptor < 0) {
