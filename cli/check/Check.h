@@ -53,7 +53,7 @@ public:
     std::vector<std::vector<inspect::Sample>> samples;  // of each track that is played; empty for others
     bool truncated = false;                             // a box claims more than the file has
 
-    bool Played(const inspect::Track& track) const { return track.refusal.empty(); }
+    bool Played(const inspect::Track& track) const { return track.Played(); }
     /// Samples of a track, seconds of a sample.
     const std::vector<inspect::Sample>& SamplesOf(const inspect::Track& track) const { return samples[track.trakIndex]; }
     void Add(const char* rule, uint64_t offset, const std::string& path, const std::string& message);

@@ -40,10 +40,39 @@ void ReadAvcC(SampleEntry& entry) {
         entry.nalLengthSize = 0;
 }
 
+// The body of the descriptor at the front of `fields`, or nothing when it runs past their end.
+Bytes ReadDescriptor(Fields& fields) {
+    fields.Skip(1);  // tag
+    size_t size = 0;
+    for (uint8_t byte = 0x80; byte & 0x80 && !fields.Failed();) {
+        byte = fields.U8();
+        size = (size << 7 | (byte & 0x7F)) & 0xFFFFFFF;
+    }
+    return fields.Take(size);
+}
+
+Bytes ReadSpecificInfo(const Bytes& esds) {
+    Fields fields(esds);
+    const Bytes stream = ReadDescriptor(fields);
+    Fields inStream(stream);
+    inStream.Skip(2);
+    const uint8_t flags = inStream.U8();
+    inStream.Skip(flags & 0x80 ? 2 : 0);
+    if (flags & 0x40)
+        inStream.Skip(inStream.U8());
+    inStream.Skip(flags & 0x20 ? 2 : 0);
+    const Bytes decoder = ReadDescriptor(inStream);
+    Fields inDecoder(decoder);
+    inDecoder.Skip(13);  // object type, stream type, buffer size, bit rates
+    return ReadDescriptor(inDecoder);
+}
+
 const Box* FindBelow(const Box& box, const std::string& type) {
     const Box* found = box.Child(type);
     return found ? found : box.Find("wave/" + type);
 }
+
+std::string Quoted(const std::string& type) { return std::string("'").append(TypeText(type)).append("'"); }
 
 }  // namespace
 
@@ -77,13 +106,14 @@ SampleEntry ReadSampleEntry(const File& file, const Box& box) {
     }
     if (entry.esdsBox)
         entry.esds = file.ReadBytes(entry.esdsBox->Content(), entry.esdsBox->ContentSize(), kMaxEntry);
+    entry.specific = ReadSpecificInfo(entry.esds);
     return entry;
 }
 
 std::string RefusalOf(const SampleEntry& entry) {
-    const std::string name = "'" + TypeText(entry.type) + "'";
+    const std::string name = Quoted(entry.type);
     if (entry.encrypted)
-        return name + " is encrypted" + (entry.original.empty() ? "" : " ('" + TypeText(entry.original) + "')");
+        return name + " is encrypted" + (entry.original.empty() ? "" : ", before that " + Quoted(entry.original));
     if (entry.type == "avc1")
         return entry.avcC.empty() ? name + " has no 'avcC' configuration" : "";
     if (IsOneOf(entry.type, {"mp4v", "jvt1"}))
@@ -91,6 +121,15 @@ std::string RefusalOf(const SampleEntry& entry) {
     if (IsOneOf(entry.type, {"mp4a", "lpcm", "alaw", "ulaw", "samr", "samw", "rle ", "I420", "YUY2"}))
         return "";
     return name + " is not supported";
+}
+
+std::string UndeliveredReason(const SampleEntry& entry) {
+    constexpr size_t kWaveformHeader = 20;
+    const bool wave = !entry.box->children.empty() && entry.box->children[0]->type == "wave";
+    const bool needsHeader = IsOneOf(entry.type, {"lpcm", "alaw", "ulaw", "samr", "samw"}) || (entry.type == "mp4a" && wave);
+    if (!needsHeader || entry.specific.size() >= kWaveformHeader)
+        return "";
+    return Quoted(entry.type) + (wave ? " in a QuickTime 'wave' box" : "") + " has no waveform header";
 }
 
 Kind KindOf(const std::vector<SampleEntry>& entries) {

@@ -10,6 +10,9 @@ SampleEntry ReadSampleEntry(const File& file, const Box& box);
 /// Why the module does not play what the entry describes, or nothing.
 std::string RefusalOf(const SampleEntry& entry);
 
+/// Why the module lists the track and cannot deliver it, or nothing.
+std::string UndeliveredReason(const SampleEntry& entry);
+
 /// What the entries' types tell, for a track without handler.
 Kind KindOf(const std::vector<SampleEntry>& entries);
 

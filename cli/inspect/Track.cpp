@@ -172,6 +172,8 @@ Track ReadTrack(const File& file, const Box& trak, uint32_t trakIndex) {
         }
     }
     track.refusal = RefusalOf(track);
+    if (track.refusal.empty())
+        track.undelivered = UndeliveredReason(track.entries[0]);
     return track;
 }
 

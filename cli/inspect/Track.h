@@ -50,6 +50,7 @@ struct SampleEntry {
     const Box* avcCBox = nullptr;
     const Box* esdsBox = nullptr;
     Bytes avcC = {}, esds = {};                    // contents
+    Bytes specific = {};                           // of esds: the DecoderSpecificInfo, for AAC an AudioSpecificConfig
     uint32_t nalLengthSize = 0;                    // of avcC: 1 to 4; 0 without
     std::vector<Bytes> sps = {}, pps = {};         // of avcC, without the length in front
     bool avcCBroken = false;                       // its parameter sets run past its end
@@ -77,9 +78,12 @@ struct Track {
     Table stts, ctts, stss, stsz, stsc, stco, elst;
     uint32_t constantSize = 0;       // of stsz, 0 when each sample has its own
     uint32_t sampleCount = 0;        // of stsz; never more than its table holds, or than one past what fits the file
-    /// Why the module does not play this track, or nothing.
+    /// Why the module does not list this track, or nothing. Listed tracks are numbered from 0 in the order of the file.
     std::string refusal = {};
+    /// Why the module lists the track, but can neither describe nor deliver it; or nothing.
+    std::string undelivered = {};
 
+    bool Played() const { return refusal.empty() && undelivered.empty(); }
     bool Enabled() const { return headerFlags & 1; }
     Kind MediaKind() const;
     const SampleEntry* Entry() const { return entries.empty() ? nullptr : &entries[0]; }

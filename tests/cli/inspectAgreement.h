@@ -26,7 +26,7 @@ public:
         size_t best = lanes.size();
         for (size_t i = 0; i < lanes.size(); i++) {
             const Lane& lane = lanes[i];
-            if (lane.next < lane.samples.size() &&
+            if (lane.track->Played() && lane.next < lane.samples.size() &&
                 (best == lanes.size() || lane.samples[lane.next].offset < lanes[best].samples[lanes[best].next].offset))
                 best = i;
         }

@@ -25,9 +25,9 @@ clip baseline.mp4 "" $video $sound $x264 -profile:v baseline -g 10 -c:a aac -ac 
 clip reordered.mp4 "" $video $sound $x264 -bf 2 -b_strategy 0 -g 10 -c:a aac $front
 clip slices.m4v "" $video $x264 -bf 0 -slices 4 -g 20 -f mp4 $front
 clip languages.mp4 disabled-track $video $sound $other -map 0 -map 1 -map 2 $x264 -g 10 -c:a aac $front
-clip plain.mov "" $video $sound $x264 -g 10 -c:a aac $front
+clip wave.mov unsupported-track $video $sound $x264 -g 10 -c:a aac $front
 clip linear.mov unsupported-track $video $sound $x264 -g 10 -c:a pcm_s16le $front
-clip logarithmic.mov "" $video $sound $x264 -g 10 -c:a pcm_alaw $front
+clip logarithmic.mov unsupported-track $video $sound $x264 -g 10 -c:a pcm_alaw $front
 clip visual.mp4 "" $video $sound -c:v mpeg4 -g 12 -bf 0 -c:a aac $front
 clip sound.m4a "" $sound -c:a aac -ac 1 $front
 clip delayed.mp4 "" -itsoffset 0.4 $video $sound $x264 -fps_mode passthrough -bf 0 -g 10 -c:a aac $front
