@@ -4,7 +4,9 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <functional>
 
+#include "CheckCommand.h"
 #include "Commands.h"
 #include "Failure.h"
 #include "Text.h"
@@ -20,8 +22,10 @@ constexpr char kExamples[] =
     "  kivmp4 extract clip.mp4 -o tracks\n"
     "  kivmp4 keys clip.mp4 --backward\n"
     "  kivmp4 seek clip.mp4 12.5 1:02:03.5 90000t 50%\n"
+    "  kivmp4 check *.mp4\n"
+    "  kivmp4 boxes clip.mp4 --path 'moov/**/stts' --entries 5\n"
     "\n"
-    "Exit codes: 0 done, 2 wrong usage, 3 cannot read or write, 4 not a usable MP4 file, 5 stopped before the end.";
+    "Exit codes: 0 done, 1 check found errors, 2 wrong usage, 3 cannot read or write, 4 not a usable MP4 file, 5 stopped before the end.";
 
 using Command = void (*)(Player&, const Options&, Output&);
 
@@ -31,6 +35,7 @@ struct Arguments {
     std::vector<std::string> times;
     Options options;
     Command command = nullptr;
+    std::function<Answer()> inspection;  // of the commands that do not go through the library
 };
 
 CLI::App* AddCommand(CLI::App& app, Arguments& arguments, const char* name, const char* what, Command command) {
@@ -70,6 +75,9 @@ void Describe(CLI::App& app, Arguments& arguments) {
     CLI::App* seek = AddCommand(app, arguments, "seek", "Jump to each time and tell where each track lands", Seek);
     seek->add_option("TIME", arguments.times,
                      "seconds (12.5), m:ss, h:mm:ss.mmm, ticks (90000t) or a share (50%)")->required();
+
+    AddCheck(app, arguments.inspection);
+    AddBoxes(app, arguments.inspection);
 }
 
 // Unlike the library's own checks this runs before any file is opened.
@@ -82,7 +90,15 @@ void ParseTimes(Arguments& arguments) {
     }
 }
 
-void Run(int argc, char** argv) {
+int Tell(const Answer& answer, Output& out) {
+    out.Print("%s", answer.out.c_str());
+    out.Finish();
+    std::fputs(answer.err.c_str(), stderr);
+    return answer.exitCode;
+}
+
+/// @return the exit code
+int Run(int argc, char** argv) {
     CLI::App app("Shows what the KivMp4 library makes of an MP4 file.", "kivmp4");
     Arguments arguments;
     Describe(app, arguments);
@@ -92,14 +108,16 @@ void Run(int argc, char** argv) {
     } catch (const CLI::CallForHelp&) {
         out.Print("%s", app.help().c_str());
         out.Finish();
-        return;
+        return kDone;
     } catch (const CLI::CallForVersion& version) {
         out.Print("%s\n", version.what());
         out.Finish();
-        return;
+        return kDone;
     } catch (const CLI::ParseError& error) {
         throw Failure{kUsage, Escape(error.what()) + "; \"kivmp4 --help\" shows how to call it"};
     }
+    if (arguments.inspection)
+        return Tell(arguments.inspection(), out);
     ParseTimes(arguments);
 
     Player player(arguments.file, arguments.logLevel);
@@ -110,6 +128,7 @@ void Run(int argc, char** argv) {
         throw;
     }
     out.Finish();
+    return kDone;
 }
 
 }  // namespace
@@ -118,8 +137,7 @@ int main(int argc, char** argv) {
     // A reader that goes away shows as a failed write.
     std::signal(SIGPIPE, SIG_IGN);
     try {
-        Run(argc, argv);
-        return kDone;
+        return Run(argc, argv);
     } catch (const Failure& failure) {
         if (!failure.message.empty())
             std::fprintf(stderr, "kivmp4: %s\n", failure.message.c_str());

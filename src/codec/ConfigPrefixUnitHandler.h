@@ -2,7 +2,6 @@
 #pragma once
 
 #include "codec/UnitHandler.h"
-#include "support/ByteOrder.h"
 
 namespace kivmp4 {
 
