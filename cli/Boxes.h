@@ -1,0 +1,30 @@
+// kivmp4 boxes: the tree of boxes with places, sizes and the fields that matter.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <string>
+
+#include "inspect/Movie.h"
+
+namespace kivmp4::cli {
+
+struct BoxesOptions {
+    std::string path = {};       // only boxes that match: "moov/trak[1]/**/stts"; empty for all
+    uint32_t depth = UINT32_MAX; // levels below the top to show
+    uint32_t entries = 0;        // rows of each table to show
+    bool hex = false;            // the first bytes of each box without children
+};
+
+/// Indented lines, one for each box. @return nothing when no box matches the path
+std::string BoxesText(const inspect::Movie& movie, const BoxesOptions& options);
+
+/// The schema kivmp4.boxes/1 without the file's name.
+nlohmann::ordered_json BoxesJson(const inspect::Movie& movie, const BoxesOptions& options);
+
+/// Whether a box's path, as Box::Path writes it, is of the pattern: "*" stands for one level, "**" for any number of
+/// them, a type without a number for all boxes of the type.
+bool Matches(const std::string& pattern, const std::string& path);
+
+}  // namespace kivmp4::cli
