@@ -5,6 +5,7 @@
 
 #include "KivMp4.h"
 #include "codec/SampleReader.h"
+#include "support/ByteOrder.h"
 #include "support/ModuleHeap.h"
 
 namespace kivmp4 {
