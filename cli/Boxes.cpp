@@ -2,8 +2,6 @@
 #include "Boxes.h"
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -18,15 +16,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr size_t kMaxHeader = 256;  // bytes of fields that are looked at
 constexpr size_t kHexBytes = 64;
-
-[[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...) {
-    char text[256];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    return text;
-}
 
 /// Columns of a table whose rows follow a count; `skip` bytes precede it.
 struct TableForm {

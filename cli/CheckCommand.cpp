@@ -22,8 +22,8 @@ std::string CannotRead(int error) {
     return error == EINVAL ? "is not a regular file" : std::string("cannot open: ") + std::strerror(error);
 }
 
-Json ErrorJson(const std::string& name, const std::string& message) {
-    return {{"error", {{"code", "cannot-read"}, {"exit", kCannotRead}, {"file", name}, {"message", message}}}};
+Json ErrorJson(const std::string& name, const char* code, int exit, const std::string& message) {
+    return {{"error", {{"code", code}, {"exit", exit}, {"file", name}, {"message", message}}}};
 }
 
 // Opens the file or writes the reason to the answer. An error while reading shows only afterwards.
@@ -49,7 +49,7 @@ Answer Check(const CheckArguments& arguments) {
         inspect::File file;
         std::string why;
         if (!Open(file, path, answer, why)) {
-            files.push_back(ErrorJson(path, why));
+            files.push_back(ErrorJson(path, "cannot-read", kCannotRead, why));
             continue;
         }
         const auto findings = check::Check(file, {.deep = arguments.deep});
@@ -76,15 +76,20 @@ Answer Boxes(const BoxesArguments& arguments) {
     std::string why;
     if (!Open(file, arguments.file, answer, why)) {
         if (arguments.json)
-            answer.out = Dump(ErrorJson(arguments.file, why));
+            answer.out = Dump(ErrorJson(arguments.file, "cannot-read", answer.exitCode, why));
         return answer;
     }
     const inspect::Movie movie(file);
-    answer.out = arguments.json ? Dump(BoxesJson(movie, arguments.options)) : BoxesText(movie, arguments.options);
-    if (movie.Root().children.empty()) {
-        answer.err = "kivmp4: " + Escape(arguments.file) + ": has no boxes\n";
+    why = inspect::Stranger(file);
+    if (!why.empty() || movie.Root().children.empty()) {
+        why = "not an MP4 file: " + (why.empty() ? "it has no boxes" : "it is " + why);
+        answer.err = "kivmp4: " + Escape(arguments.file) + ": " + why + "\n";
         answer.exitCode = kNotUsable;
+        if (arguments.json)
+            answer.out = Dump(ErrorJson(arguments.file, "not-usable", answer.exitCode, why));
+        return answer;
     }
+    answer.out = arguments.json ? Dump(BoxesJson(movie, arguments.options)) : BoxesText(movie, arguments.options);
     return answer;
 }
 

@@ -14,12 +14,12 @@ class App;
 namespace kivmp4::cli {
 
 struct CheckArguments {
-    std::vector<std::string> files;
+    std::vector<std::string> files = {};
     bool deep = false, strict = false, json = false, listRules = false;
 };
 struct BoxesArguments {
-    std::string file;
-    BoxesOptions options;
+    std::string file = {};
+    BoxesOptions options = {};
     bool json = false;
 };
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "Commands.h"
+#include "Diagnosis.h"
 #include "Text.h"
 
 namespace kivmp4::cli {
@@ -56,7 +57,6 @@ void PrintVideo(Output& out, const CodecInfo& info, bool is3D) {
     if (info.meanSampleDuration > 0)
         out.Print("  %-18s%.2f a second on average\n", "frames",
                   10000.0 / static_cast<double>(info.meanSampleDuration));
-    PrintNumber(out, "track distance", info.maxTrackOffset, " bytes at most");
 }
 
 // AAC tells a layout by number: the highest stands for eight channels, 0 for one that the stream itself describes.
@@ -116,6 +116,11 @@ void Info(Player& player, const Options&, Output& out) {
         else
             out.Print("\ntrack %" PRIu32 ": of a kind that cannot be described, nor delivered\n", index);
     }
+    const auto losses = Diagnosis(player.Path()).Losses();
+    if (!losses.empty())
+        out.Print("\nnot played as the file says:\n");
+    for (const std::string& loss : losses)
+        out.Print("  %s\n", loss.c_str());
 }
 
 }  // namespace kivmp4::cli

@@ -80,6 +80,7 @@ void Keys(Player& player, const Options& options, Output& out) {
     out.Print("# number          pts           time  interval      size\n");
     // From the start of the track a step back answers the first key frame, wherever it lies.
     if (!Take(player, KivMp4GetPrevSyncUnit, unit)) {
+        player.RequireTables();
         out.Print("# the file has no table of key frames: every frame is one, and there is nothing to step by\n");
         return;
     }

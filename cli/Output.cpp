@@ -52,7 +52,7 @@ void Output::Refused() const {
     const int error = errno;
     // Whoever stops reading a listing has seen enough: no message for "kivmp4 packets clip.mp4 | head".
     if (stream == stdout && error == EPIPE)
-        throw Failure{kCannotRead, ""};
+        throw Failure{kReaderLeft, ""};
     throw Failure{kCannotRead, name + ": cannot write: " + std::strerror(error) + "; make room and try again"};
 }
 

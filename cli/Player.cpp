@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Diagnosis.h"
 #include "Failure.h"
 #include "Text.h"
 
@@ -119,7 +120,7 @@ void Player::FreeBlock::operator()(void* block) const {
     std::free(block);
 }
 
-Player::Player(const std::string& path, int32_t logLevel) : name(Escape(path)), file(path) {
+Player::Player(const std::string& path, int32_t logLevel) : pathOfFile(path), name(Escape(path)), file(path) {
     if (file.Size() == 0)
         CannotOpen("is empty; fetch or copy it again");
     const std::string extension = Extension(path);
@@ -136,7 +137,7 @@ Player::Player(const std::string& path, int32_t logLevel) : name(Escape(path)), 
     uint32_t count = 0;
     int64_t hundredMicroseconds = 0;
     if (!handle || KivMp4Open(handle.get(), &count, &hundredMicroseconds) != 0)
-        CannotOpen("is not an MP4 file with a track that can be used; --log 4 tells more");
+        CannotOpen(Why("is not an MP4 file with a track that can be used; --log 4 tells more"));
 
     if (hundredMicroseconds > 0)
         duration = static_cast<int64_t>(KivMp4TimeToTicks(static_cast<uint64_t>(hundredMicroseconds)));
@@ -189,17 +190,25 @@ bool Player::Next(AccessUnit& unit) {
 
 void Player::RequireUnits() const {
     if (delivered == 0)
-        throw Failure{kNotUsable, About("its tracks hold no units; if the file is stored in fragments, join them"
-                                        " first")};
+        throw Failure{kNotUsable, About(Why("its tracks hold no units"))};
+}
+
+void Player::RequireTables() const {
+    const Diagnosis diagnosis(pathOfFile);
+    if (diagnosis.InFragments())
+        throw Failure{kNotUsable, About(diagnosis.Reason(""))};
+}
+
+std::string Player::Why(const std::string& otherwise) const {
+    return Diagnosis(pathOfFile).Reason(otherwise);
 }
 
 void Player::Stopped(const AccessUnit& unit) const {
-    const std::string where = "delivery stopped at track " + std::to_string(unit.trackIndex) + " after "
-                              + std::to_string(delivered) + " units";
+    const std::string where = "delivery stopped at track " + std::to_string(unit.trackIndex)
+                              + (delivered ? " after " + std::to_string(delivered) + " units" : "");
     if (const int error = file.ReadError())
         throw Failure{kCannotRead, About(where + ": " + std::strerror(error) + "; check the disk")};
-    throw Failure{kStopped, About(where + ": the file is cut off or damaged there; fetch it again, or take the"
-                                          " other tracks with --track")};
+    throw Failure{kStopped, About(where + ": " + Why("the file is damaged there; \"kivmp4 check --deep\" tells more"))};
 }
 
 std::string Player::About(const std::string& what) const {

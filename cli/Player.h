@@ -64,6 +64,7 @@ public:
 
     Mp4Demux* Handle() { return handle.get(); }
     const InputFile& File() const { return file; }
+    const std::string& Path() const { return pathOfFile; }
     uint32_t TrackCount() const { return static_cast<uint32_t>(tracks.size()); }
     /// In 90 kHz ticks; 0 when the file does not tell.
     int64_t Duration() const { return duration; }
@@ -80,6 +81,8 @@ public:
     bool Next(AccessUnit& unit);
     /// Throws when nothing was delivered up to the end.
     void RequireUnits() const;
+    /// Throws when the samples lie in fragments: empty tables then say nothing about the file.
+    void RequireTables() const;
     /// Turns the library's -1 into a failure that says how far delivery came.
     [[noreturn]] void Stopped(const AccessUnit& unit) const;
     /// "FILE: what", the file's name escaped.
@@ -94,9 +97,12 @@ private:
     };
 
     [[noreturn]] void CannotOpen(const std::string& why) const;
+    // What the command's own reader finds, else `otherwise`.
+    std::string Why(const std::string& otherwise) const;
 
     // The handle comes last: it ends before what it uses.
-    std::string name;  // escaped
+    std::string pathOfFile;
+    std::string name;  // the path, escaped
     InputFile file;
     LimitedMemory memory;
     std::unique_ptr<void, FreeBlock> heap;

@@ -56,6 +56,8 @@ void Seek(Player& player, const Options& options, Output& out) {
         // A video track at its end would refuse to jump, so each jump starts from the beginning.
         KivMp4Rewind(player.Handle());
         const int32_t result = KivMp4JumpPTS(player.Handle(), target);
+        if (result != 0)
+            player.RequireTables();
         if (result == KIVMP4_OK)
             PrintLandings(tracks, Land(player, tracks, unit), target, out);
         else if (result == KIVMP4_NOWHERE)

@@ -62,7 +62,7 @@ void Describe(CLI::App& app, Arguments& arguments) {
 
     CLI::App* packets = AddCommand(app, arguments, "packets", "List the units in the order of delivery", Packets);
     AddTrack(packets, arguments);
-    packets->add_option("--count", arguments.options.count, "stop after N units")->type_name("N");
+    packets->add_option("--count", arguments.options.count, "stop after N units")->check(CLI::NonNegativeNumber)->type_name("N");
 
     CLI::App* extract = AddCommand(app, arguments, "extract", "Write each track to a file of its own", Extract);
     AddTrack(extract, arguments);

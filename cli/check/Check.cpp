@@ -17,9 +17,9 @@ constexpr char kEncoder[] = "the program that wrote the file is at fault; write 
 const std::vector<Rule>& Rules() {
     using enum Severity;
     static const std::vector<Rule> rules = {
-        {"not-mp4", Error, "the file is of another kind", "open it with a program for that kind of file", FindFileFaults},
+        {"not-mp4", Error, "the file is of another kind", "make sure that this is the file you mean", FindFileFaults},
         {"truncated", Error, "a box claims more bytes than the file has",
-         "kivmp4 extract FILE --video -o part.h264 saves what is readable", nullptr},
+         "kivmp4 extract FILE -o part saves what is readable", nullptr},
         {"box-frame", Error, "a box does not fit its parent, or is smaller than its header", kEncoder, nullptr},
         {"no-moov", Error, "there is no index",
          "the recording was cut off before its index was written; a tool that rebuilds it needs a good file of the same "

@@ -1,8 +1,6 @@
 // Rules about the file as a whole: its kind, its end, its index.
 #include "check/Check.h"
 
-#include <cstdio>
-
 namespace kivmp4::check {
 namespace {
 
@@ -10,11 +8,8 @@ using namespace inspect;
 
 std::string FirstBytes(const File& file) {
     std::string text;
-    for (const uint8_t byte : file.ReadBytes(0, 4, 4)) {
-        char digits[4];
-        std::snprintf(digits, sizeof digits, " %02x", byte);
-        text += digits;
-    }
+    for (const uint8_t byte : file.ReadBytes(0, 4, 4))
+        text += Format(" %02x", byte);
     return text;
 }
 
@@ -41,11 +36,9 @@ std::string Readable(const Context& context) {
             if (track.timescale)
                 until = static_cast<double>(sample.dts + sample.duration) / track.timescale;
         }
-        char line[160];
-        std::snprintf(line, sizeof line, "%s%zu of %u units of %s (up to %.3f s)", text.empty() ? "" : ", ", there,
-                      track.constantSize ? track.stsz.claimed : track.sampleCount, NameOf(track).c_str(), until);
         if (context.Played(track))
-            text += line;
+            text += Format("%s%zu of %u units of %s (up to %.3f s)", text.empty() ? "" : ", ", there,
+                           track.constantSize ? track.stsz.claimed : track.sampleCount, NameOf(track).c_str(), until);
     }
     return text.empty() ? "" : "; readable: " + text;
 }

@@ -2,21 +2,12 @@
 #include "check/Report.h"
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <set>
 
 namespace kivmp4::check {
 namespace {
 
-[[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...) {
-    char text[256];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    return text;
-}
+using inspect::Format;
 
 std::string HintFor(const Rule& rule, const std::string& name) {
     std::string hint = rule.hint;

@@ -2,7 +2,6 @@
 #include "inspect/Track.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "inspect/SampleEntry.h"
 
@@ -139,17 +138,6 @@ std::string RefusalOf(const Track& track) {
 }
 
 }  // namespace
-
-std::string TypeText(const std::string& type) {
-    std::string text;
-    for (const char c : type) {
-        const auto byte = static_cast<unsigned char>(c);
-        char escaped[8];
-        std::snprintf(escaped, sizeof escaped, byte < 0x20 || byte > 0x7E || c == '\\' ? "\\x%02x" : "%c", byte);
-        text += escaped;
-    }
-    return text;
-}
 
 Kind Track::MediaKind() const {
     return handler == "vide" ? Kind::Video : handler == "soun" ? Kind::Audio : handler.empty() ? KindOf(entries) : Kind::Other;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "inspect/Box.h"
+#include "inspect/Format.h"
 
 namespace kivmp4::inspect {
 
@@ -93,8 +94,5 @@ struct Track {
 
 /// Reads the track below `trak`. Missing boxes leave their fields as they are.
 Track ReadTrack(const File& file, const Box& trak, uint32_t trakIndex);
-
-/// Four bytes of a type for messages: printable ones as they are, others as "\xNN".
-std::string TypeText(const std::string& type);
 
 }  // namespace kivmp4::inspect

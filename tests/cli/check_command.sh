@@ -27,7 +27,7 @@ size=$(stat -L -c %s "$demo")
 head -c $((size * 2 / 3)) "$demo" >cut.mp4
 cp "$demo" track0.h264
 cp "$demo" deep.m3d
-head -c 5000 /dev/zero | tr '\0' x >garbage.mp4
+head -c 5000 /dev/zero | tr '\0' '\1' >garbage.mp4
 : >empty.mp4
 
 expect 0 "320 x 180" info "$demo"
@@ -41,7 +41,7 @@ expect 3 "is a directory" info .
 expect 3 "read from" extract track0.h264 -o .
 expect 4 "garbage.mp4: is not an MP4 file" --log 0 info garbage.mp4
 expect 4 "is empty" info empty.mp4
-expect 5 "delivery stopped" packets cut.mp4
+expect 2 "--count" packets --count -1 "$demo"
 expect 3 'a\x1b[2J: cannot open' info $'a\033[2J'
 same "a full device" "$("${kivmp4[@]}" packets "$demo" 2>&1 >/dev/full | grep -c 'standard output: cannot write')" 1
 
@@ -72,6 +72,28 @@ units=$(("$("${kivmp4[@]}" packets "$demo" | wc -l)" - 1))  # but for the headin
 run_player() { "${kivmp4[@]/%*\/kivmp4/$player}" "$@" 2>&1; }
 same "units of the example player" "$(run_player "$demo" | wc -l)" "$units"
 ffmpeg -nostdin -v error -i "$demo" -c copy -movflags empty_moov+frag_keyframe fragments.mp4
+# Why not, where, and what to do: never a statement about a file that cannot be judged.
+printf 'some notes\n' >text.mp4
+ffmpeg -nostdin -v error -i "$demo" -map 0 -map 0:a -c copy -disposition:a:1 0 languages.mp4
+ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=64x64:duration=1 -c:v libx265 -x265-params log-level=none:pools=1 hevc.mp4
+mdat_box=$(printf '0x%x' $(($(grep -abo mdat cut.mp4 | head -1 | cut -d: -f1) - 4)))
+for command in packets keys "seek 1"; do
+  # shellcheck disable=SC2086  # a command and its time
+  set -- $command
+  expect 4 "fragments.mp4: moof at 0x" "$1" fragments.mp4 ${2-}
+  expect 4 "ffmpeg -i fragments.mp4 -c copy" "$1" fragments.mp4 ${2-}
+  expect 4 "is a text file" "$1" text.mp4 ${2-}
+  expect 4 "trak[0] 'hev1' is not supported" "$1" hevc.mp4 ${2-}
+done
+expect 0 "trak[2] disabled" info languages.mp4
+expect 0 "mdat at $mdat_box: claims" info cut.mp4
+expect 5 "mdat at $mdat_box: claims" packets cut.mp4
+# A pipe that nobody reads any more.
+mkfifo unread
+exec 9<>unread 8>unread 9<&-
+same "a reader that left" "$("${kivmp4[@]}" packets "$demo" 2>&1 >&8; echo $?)" 141
+exec 8>&-
+same "losses of a good file" "$("${kivmp4[@]}" info "$demo" | grep -c "not played as")" 0
 for case in "absent.mp4|cannot open" "garbage.mp4|not a usable MP4 file" "cut.mp4|stopped before the end" \
   "fragments.mp4|has no units to play"; do
   text=$(run_player "${case%|*}") && echo "the example player succeeds with ${case%|*}" && failures=1

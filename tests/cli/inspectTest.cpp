@@ -76,6 +76,32 @@ TEST(Inspect, AgreesWithTheModuleOnGeneratedFiles) {
     EXPECT_EQ(ExpectAgreement(Mp4Builder::Build(constant)), 50u);
 }
 
+// The samples lie one after the other, so that chunks may have any length.
+TEST(Inspect, AgreesWithTheModuleOnChunksOfManyLengths) {
+    std::minstd_rand random(7);
+    for (int round = 0; round < 20; round++) {
+        Movie movie{.tracks = {AudioTrack(80)}, .moovLast = true};
+        const Bytes first = Mp4Builder::Build(movie);
+        const std::string_view name = "mdat";
+        auto offset = static_cast<uint32_t>(std::search(first.begin(), first.end(), name.begin(), name.end()) - first.begin() + 4);
+        Numbers map = {0}, offsets = {0};
+        for (uint32_t sample = 0, before = 0; sample < 80;) {
+            const uint32_t length = std::min(80 - sample, static_cast<uint32_t>(1 + random() % 4));
+            offsets.push_back(offset);
+            if (++offsets[0]; length != before)
+                map.insert(map.end(), {offsets[0], length, 1});
+            before = length;
+            for (uint32_t end = sample + length; sample < end; sample++)
+                offset += static_cast<uint32_t>(movie.tracks[0].samples[sample].size());
+        }
+        map[0] = static_cast<uint32_t>(map.size() / 3);
+        movie.tracks[0].replace = {{"stsc", Words("stsc", map)}, {"stco", Words("stco", offsets)}};
+        const Bytes bytes = Mp4Builder::Build(movie);
+        EXPECT_EQ(ExpectAgreement(bytes), 80u);
+        EXPECT_EQ(check::Check(inspect::File(bytes), {.deep = true}).size(), 1u);  // the index lies last
+    }
+}
+
 TEST(Inspect, TurnsMatricesIntoDegrees) {
     struct Case { const char* name; int32_t a, b, c, d; int degrees; bool mirrored; };
     const Case cases[] = {
