@@ -92,10 +92,10 @@ void Grow(benchmark::internal::Benchmark* benchmark) {
     benchmark->Complexity()->UseRealTime();
 }
 
-#define KIVMP4_SHAPES(function, unit)                                            \
-    BENCHMARK_CAPTURE(function, movie, kMovie)->Apply(Grow)->Unit(unit);         \
-    BENCHMARK_CAPTURE(function, one_chunk, kOneChunk)->Apply(Grow)->Unit(unit);  \
-    BENCHMARK_CAPTURE(function, all_intra, kAllIntra)->Apply(Grow)->Unit(unit);  \
+#define KIVMP4_SHAPES(function, unit)                                           \
+    BENCHMARK_CAPTURE(function, movie, kMovie)->Apply(Grow)->Unit(unit);        \
+    BENCHMARK_CAPTURE(function, one_chunk, kOneChunk)->Apply(Grow)->Unit(unit); \
+    BENCHMARK_CAPTURE(function, all_intra, kAllIntra)->Apply(Grow)->Unit(unit); \
     BENCHMARK_CAPTURE(function, many_tracks, kManyTracks)->Apply(Grow)->Unit(unit)
 
 KIVMP4_SHAPES(Open, benchmark::kMillisecond);

@@ -52,7 +52,7 @@ Bytes VideoEntry() {
     fields[7] = 1;
     fields[25] = 176;
     fields[27] = 144;
-    const Bytes config = {1, 66,   0,    30,   0xFF, 0xE1, 0, 8, 0x67, 66,   0,    30,
+    const Bytes config = {1,    66,   0,    30,   0xFF, 0xE1, 0, 8,    0x67, 66,   0,   30,
                           0xDA, 0x0B, 0x13, 0x90, 1,    0,    4, 0x68, 0xCE, 0x38, 0x80};
     return Box("avc1", {fields, Box("avcC", {config})});
 }
@@ -60,8 +60,8 @@ Bytes VideoEntry() {
 Bytes AudioEntry() {
     Bytes fields(28);
     fields[7] = 1;
-    const Bytes descriptors = {3,    22, 0, 1, 0, 4, 17, 0x40, 0x15, 0, 0x18, 0, 0, 1,
-                               0xF4, 0,  0, 1, 0xF4, 0, 5, 2,    0x12, 0x10};
+    const Bytes descriptors = {3, 22, 0,    1, 0, 4, 17,   0x40, 0x15, 0, 0x18, 0,
+                               0, 1,  0xF4, 0, 0, 1, 0xF4, 0,    5,    2, 0x12, 0x10};
     return Box("mp4a", {fields, Box("esds", {Words({0}), descriptors})});
 }
 
@@ -82,14 +82,14 @@ Bytes Trak(const Shape& shape, const TrackTables& tables, bool video) {
         shifts.insert(shifts.end(), {1, sample % 3 == 0 ? 2 * kDelta : sample % 3 == 1 ? kDelta : 0});
     const uint32_t half = count / 2;
     const Bytes stbl = Box("stbl", {
-        Box("stsd", {Words({0, 1}), video ? VideoEntry() : AudioEntry()}),
-        Table("stts", {half, kDelta, count - half - 1, kDelta, 1, kDelta}, 2),
-        shifts.empty() ? Bytes() : Table("ctts", shifts, 2),
-        video ? Table("stss", syncs, 1) : Bytes(),
-        Box("stsz", {Words({0, 0, count}), Words(tables.sizes)}),
-        Table("stsc", {1, shape.samplesPerChunk ? shape.samplesPerChunk : count, 1}, 3),
-        Table("stco", tables.offsets, 1),
-    });
+                                       Box("stsd", {Words({0, 1}), video ? VideoEntry() : AudioEntry()}),
+                                       Table("stts", {half, kDelta, count - half - 1, kDelta, 1, kDelta}, 2),
+                                       shifts.empty() ? Bytes() : Table("ctts", shifts, 2),
+                                       video ? Table("stss", syncs, 1) : Bytes(),
+                                       Box("stsz", {Words({0, 0, count}), Words(tables.sizes)}),
+                                       Table("stsc", {1, shape.samplesPerChunk ? shape.samplesPerChunk : count, 1}, 3),
+                                       Table("stco", tables.offsets, 1),
+                                   });
     Bytes header(84);
     header[3] = 1;  // enabled
     const Bytes mdhd = Words({0, 0, 0, kTimescale, count * kDelta, 0x55C40000});

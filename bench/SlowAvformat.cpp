@@ -15,7 +15,8 @@ public:
 
     bool Open() {
         constexpr int kBuffer = 32768;
-        context->pb = avio_alloc_context(static_cast<uint8_t*>(av_malloc(kBuffer)), kBuffer, 0, this, Read, nullptr, Move);
+        context->pb =
+            avio_alloc_context(static_cast<uint8_t*>(av_malloc(kBuffer)), kBuffer, 0, this, Read, nullptr, Move);
         if (avformat_open_input(&context, nullptr, nullptr, nullptr) < 0)
             return false;
         for (unsigned i = context->nb_streams; i-- > 0;) {

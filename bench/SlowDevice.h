@@ -39,7 +39,8 @@ public:
     double TimeFor(double count) const { return count / bandwidth; }
 
     static void SleepUntil(double time) {
-        const timespec at = {static_cast<time_t>(time), static_cast<long>((time - static_cast<double>(static_cast<time_t>(time))) * 1e9)};
+        const timespec at = {static_cast<time_t>(time),
+                             static_cast<long>((time - static_cast<double>(static_cast<time_t>(time))) * 1e9)};
         clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr);
     }
 

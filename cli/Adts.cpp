@@ -73,7 +73,8 @@ std::optional<AdtsHeader> AdtsFormat::Header(size_t unitSize) const {
     const auto length = static_cast<uint32_t>(unitSize + kAdtsHeaderSize);
     const auto byte = [](uint32_t value) { return static_cast<uint8_t>(value & 0xFF); };
     return AdtsHeader{
-        0xFF, 0xF1,  // sync word, MPEG-4, layer 0, no checksum
+        0xFF,
+        0xF1,  // sync word, MPEG-4, layer 0, no checksum
         byte(profile << 6 | rateIndex << 2 | channels >> 2),
         byte(channels << 6 | length >> 11),
         byte(length >> 3),

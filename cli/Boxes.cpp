@@ -97,7 +97,8 @@ Json RowsOf(const File& file, const Box& box, uint32_t most) {
         Json row = Json::array();
         for (uint32_t column = 0; column < form.columns; column++) {
             const uint64_t value = fields.Unsigned(static_cast<int>(form.columnSize));
-            const bool hasSign = (box.type == "ctts" && column == 1) || (box.type == "elst" && form.columns == 3 && column == 1);
+            const bool hasSign =
+                (box.type == "ctts" && column == 1) || (box.type == "elst" && form.columns == 3 && column == 1);
             row.push_back(hasSign ? Json(static_cast<int32_t>(value)) : Json(value));
         }
         rows.push_back(row);
@@ -142,8 +143,11 @@ void AppendText(const File& file, const Box& parent, const BoxesOptions& options
 }
 
 Json Describe(const File& file, const Box& box, const BoxesOptions& options) {
-    Json json = {{"type", TypeText(box.type)}, {"path", Escape(box.Path())}, {"offset", box.offset},
-                 {"size", box.claimedSize}, {"header_size", box.headerSize}};
+    Json json = {{"type", TypeText(box.type)},
+                 {"path", Escape(box.Path())},
+                 {"offset", box.offset},
+                 {"size", box.claimedSize},
+                 {"header_size", box.headerSize}};
     if (box.hasVersion) {
         json["version"] = box.version;
         json["flags"] = box.flags;

@@ -11,10 +11,10 @@
 namespace kivmp4::cli {
 
 struct BoxesOptions {
-    std::string path = {};       // only boxes that match: "moov/trak[1]/**/stts"; empty for all
-    uint32_t depth = UINT32_MAX; // levels below the top to show
-    uint32_t entries = 0;        // rows of each table to show
-    bool hex = false;            // the first bytes of each box without children
+    std::string path = {};        // only boxes that match: "moov/trak[1]/**/stts"; empty for all
+    uint32_t depth = UINT32_MAX;  // levels below the top to show
+    uint32_t entries = 0;         // rows of each table to show
+    bool hex = false;             // the first bytes of each box without children
 };
 
 /// Indented lines, one for each box. @return nothing when no box matches the path

@@ -41,7 +41,9 @@ bool Open(inspect::File& file, const std::string& path, Answer& answer, std::str
 
 Answer Check(const CheckArguments& arguments) {
     if (arguments.listRules)
-        return {arguments.json ? Dump({{"schema", "kivmp4.check-rules/1"}, {"rules", check::RulesJson()}}) : check::RulesText(), "", 0};
+        return {arguments.json ? Dump({{"schema", "kivmp4.check-rules/1"}, {"rules", check::RulesJson()}})
+                               : check::RulesText(),
+                "", 0};
     Answer answer;
     Json files = Json::array();
     bool faults = false;

@@ -26,7 +26,8 @@ void AddBoxes(CLI::App& app, std::function<Answer()>& run) {
     CLI::App* command = app.add_subcommand("boxes", "Show the tree of boxes");
     auto arguments = std::make_shared<BoxesArguments>();
     command->add_option("FILE", arguments->file, "MP4 file to read")->required();
-    command->add_option("--path", arguments->options.path, "only boxes like moov/trak[1]/**/stts")->type_name("PATTERN");
+    command->add_option("--path", arguments->options.path, "only boxes like moov/trak[1]/**/stts")
+        ->type_name("PATTERN");
     command->add_option("--depth", arguments->options.depth, "levels below the top to show")->type_name("N");
     command->add_option("--entries", arguments->options.entries, "rows of each table to show")->type_name("N");
     command->add_flag("--hex", arguments->options.hex, "the first bytes of boxes without children");

@@ -15,7 +15,8 @@ namespace {
 std::string WithPlace(const check::Finding& finding) {
     if (finding.path.empty())
         return finding.message;
-    return finding.path + inspect::Format(" at 0x%llx: ", static_cast<unsigned long long>(finding.offset)) + finding.message;
+    return finding.path + inspect::Format(" at 0x%llx: ", static_cast<unsigned long long>(finding.offset)) +
+           finding.message;
 }
 
 bool IsOf(const std::string& rule, std::initializer_list<const char*> rules) {
@@ -39,7 +40,8 @@ Diagnosis::Diagnosis(const std::string& path) {
 
 const Diagnosis::Found* Diagnosis::First(std::initializer_list<const char*> rules) const {
     for (const char* rule : rules) {
-        const auto found = std::find_if(findings.begin(), findings.end(), [&](const Found& f) { return f.rule == rule; });
+        const auto found =
+            std::find_if(findings.begin(), findings.end(), [&](const Found& f) { return f.rule == rule; });
         if (found != findings.end())
             return &*found;
     }
@@ -48,8 +50,8 @@ const Diagnosis::Found* Diagnosis::First(std::initializer_list<const char*> rule
 
 std::string Diagnosis::Reason(const std::string& otherwise) const {
     // What explains the others comes first: a file that was cut off lacks its index because of that.
-    const Found* cause = First({"not-mp4", "fragmented", "no-moov", "truncated", "box-frame", "no-track", "table-missing",
-                                "table-short", "offset-outside", "nal-length"});
+    const Found* cause = First({"not-mp4", "fragmented", "no-moov", "truncated", "box-frame", "no-track",
+                                "table-missing", "table-short", "offset-outside", "nal-length"});
     if (!cause)
         return otherwise;
     std::string reason = cause->text;
@@ -68,7 +70,8 @@ std::string Diagnosis::Reason(const std::string& otherwise) const {
 std::vector<std::string> Diagnosis::Losses() const {
     std::vector<std::string> lines;
     for (const Found& found : findings) {
-        if (IsOf(found.rule, {"truncated", "fragmented", "unsupported-track", "encrypted-track", "disabled-track", "edit-ignored"}))
+        if (IsOf(found.rule,
+                 {"truncated", "fragmented", "unsupported-track", "encrypted-track", "disabled-track", "edit-ignored"}))
             lines.push_back(found.text);
     }
     return lines;

@@ -68,8 +68,8 @@ std::optional<AdtsFormat> AdtsFor(const Player& player, uint32_t track) {
     std::string why;
     const auto format = AdtsFormat::FromConfig(info.config, info.configSize, why);
     if (!format)
-        throw Failure{kNotUsable, player.About("track " + std::to_string(track) + " cannot become an .aac file: " + why
-                                               + "; take the other tracks with --track")};
+        throw Failure{kNotUsable, player.About("track " + std::to_string(track) + " cannot become an .aac file: " +
+                                               why + "; take the other tracks with --track")};
     return format;
 }
 
@@ -82,8 +82,8 @@ TrackFiles CreateFiles(const Player& player, const std::vector<uint32_t>& tracks
     std::error_code error;
     std::filesystem::create_directories(directory, error);
     if (error)
-        throw Failure{kCannotRead, Escape(directory) + ": cannot create the directory: " + error.message()
-                                       + "; choose another one"};
+        throw Failure{kCannotRead,
+                      Escape(directory) + ": cannot create the directory: " + error.message() + "; choose another one"};
     TrackFiles files;
     for (const uint32_t track : tracks) {
         const std::string name = "track" + std::to_string(track) + Suffix(*player.Track(track));
@@ -100,9 +100,10 @@ void WriteUnit(const Player& player, TrackFile& target, const AccessUnit& unit) 
     if (target.adts) {
         const auto header = target.adts->Header(size);
         if (!header)
-            throw Failure{kStopped, player.About("track " + std::to_string(unit.trackIndex) + ": a unit of "
-                                                 + std::to_string(size) + " bytes is too large for an .aac file"
-                                                   "; take the other tracks with --track")};
+            throw Failure{kStopped, player.About("track " + std::to_string(unit.trackIndex) + ": a unit of " +
+                                                 std::to_string(size) +
+                                                 " bytes is too large for an .aac file"
+                                                 "; take the other tracks with --track")};
         target.file.Write(header->data(), header->size());
         target.bytes += header->size();
     }

@@ -14,7 +14,9 @@ constexpr uint32_t k3DLevels = 100;
 
 const char* CodecName(const CodecInfo& info) {
     if (info.kind == KIVMP4_KIND_VIDEO)
-        return info.subtype == KIVMP4_VIDEO_MPEG4 ? "MPEG-4 visual" : info.subtype == KIVMP4_VIDEO_H264 ? "H.264" : "unknown";
+        return info.subtype == KIVMP4_VIDEO_MPEG4  ? "MPEG-4 visual"
+               : info.subtype == KIVMP4_VIDEO_H264 ? "H.264"
+                                                   : "unknown";
     return info.subtype == KIVMP4_AUDIO_AAC ? "AAC" : "waveform format";
 }
 
@@ -91,7 +93,8 @@ void PrintLanguage(Output& out, const CodecInfo& info) {
 }
 
 void PrintTrack(Output& out, uint32_t index, const CodecInfo& info, bool is3D) {
-    out.Print("\ntrack %" PRIu32 ": %s, %s\n", index, info.kind == KIVMP4_KIND_VIDEO ? "video" : "audio", CodecName(info));
+    out.Print("\ntrack %" PRIu32 ": %s, %s\n", index, info.kind == KIVMP4_KIND_VIDEO ? "video" : "audio",
+              CodecName(info));
     if (info.kind == KIVMP4_KIND_VIDEO)
         PrintVideo(out, info, is3D);
     else
@@ -107,9 +110,11 @@ void PrintTrack(Output& out, uint32_t index, const CodecInfo& info, bool is3D) {
 
 void Info(Player& player, const Options&, Output& out) {
     const std::string duration = player.Duration() > 0 ? FormatTime(player.Duration()) : "not told";
-    out.Print("%s\n", player.About(std::to_string(player.TrackCount())
-                                   + (player.TrackCount() == 1 ? " track" : " tracks") + ", duration " + duration
-                                   + (player.Is3D() ? ", marked as 3D by its name" : "")).c_str());
+    out.Print("%s\n",
+              player
+                  .About(std::to_string(player.TrackCount()) + (player.TrackCount() == 1 ? " track" : " tracks") +
+                         ", duration " + duration + (player.Is3D() ? ", marked as 3D by its name" : ""))
+                  .c_str());
     for (uint32_t index = 0; index < player.TrackCount(); index++) {
         if (const CodecInfo* info = player.Track(index))
             PrintTrack(out, index, *info, player.Is3D());

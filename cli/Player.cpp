@@ -40,14 +40,12 @@ std::string Extension(const std::string& path) {
 }  // namespace
 
 InputFile::InputFile(const std::string& path) {
-    const auto refuse = [&](const std::string& why) -> Failure {
-        return {kCannotRead, Escape(path) + ": " + why};
-    };
+    const auto refuse = [&](const std::string& why) -> Failure { return {kCannotRead, Escape(path) + ": " + why}; };
     // Without O_NONBLOCK a named pipe would wait for a writer.
     descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0)
         throw refuse(std::string("cannot open: ") + std::strerror(errno) + "; check the name and the permissions");
-    struct stat status{};
+    struct stat status = {};
     const bool known = fstat(descriptor, &status) == 0;
     if (!known || !S_ISREG(status.st_mode)) {
         close(descriptor);
@@ -63,14 +61,12 @@ InputFile::InputFile(const std::string& path) {
     functions.getSize = [](void* context) { return static_cast<InputFile*>(context)->size; };
 }
 
-InputFile::~InputFile() {
-    close(descriptor);
-}
+InputFile::~InputFile() { close(descriptor); }
 
 bool InputFile::Is(const std::string& path) const {
-    struct stat other{}, own{};
-    return stat(path.c_str(), &other) == 0 && fstat(descriptor, &own) == 0 && other.st_dev == own.st_dev
-           && other.st_ino == own.st_ino;
+    struct stat other = {}, own = {};
+    return stat(path.c_str(), &other) == 0 && fstat(descriptor, &own) == 0 && other.st_dev == own.st_dev &&
+           other.st_ino == own.st_ino;
 }
 
 uint32_t InputFile::Read(void* context, void* destination, int64_t offset, uint32_t count) {
@@ -116,9 +112,7 @@ void LimitedMemory::Free(void* context, void* block) {
     std::free(start);
 }
 
-void Player::FreeBlock::operator()(void* block) const {
-    std::free(block);
-}
+void Player::FreeBlock::operator()(void* block) const { std::free(block); }
 
 Player::Player(const std::string& path, int32_t logLevel) : pathOfFile(path), name(Escape(path)), file(path) {
     if (file.Size() == 0)
@@ -151,15 +145,15 @@ Player::Player(const std::string& path, int32_t logLevel) : pathOfFile(path), na
 
 void Player::CannotOpen(const std::string& why) const {
     if (file.ReadError() != 0)
-        throw Failure{kCannotRead, About(std::string("cannot read: ") + std::strerror(file.ReadError())
-                                         + "; check the disk")};
+        throw Failure{kCannotRead,
+                      About(std::string("cannot read: ") + std::strerror(file.ReadError()) + "; check the disk")};
     throw Failure{kNotUsable, About(why)};
 }
 
 std::vector<uint32_t> Player::Enable(std::optional<uint32_t> only) {
     if (only && *only >= TrackCount())
-        throw Failure{kUsage, About("has no track " + std::to_string(*only) + "; tracks are numbered 0 to "
-                                    + std::to_string(TrackCount() - 1))};
+        throw Failure{kUsage, About("has no track " + std::to_string(*only) + "; tracks are numbered 0 to " +
+                                    std::to_string(TrackCount() - 1))};
     std::vector<uint32_t> enabled;
     for (uint32_t index = 0; index < TrackCount(); index++) {
         if (!Track(index) || (only && *only != index))
@@ -199,20 +193,16 @@ void Player::RequireTables() const {
         throw Failure{kNotUsable, About(diagnosis.Reason(""))};
 }
 
-std::string Player::Why(const std::string& otherwise) const {
-    return Diagnosis(pathOfFile).Reason(otherwise);
-}
+std::string Player::Why(const std::string& otherwise) const { return Diagnosis(pathOfFile).Reason(otherwise); }
 
 void Player::Stopped(const AccessUnit& unit) const {
-    const std::string where = "delivery stopped at track " + std::to_string(unit.trackIndex)
-                              + (delivered ? " after " + std::to_string(delivered) + " units" : "");
+    const std::string where = "delivery stopped at track " + std::to_string(unit.trackIndex) +
+                              (delivered ? " after " + std::to_string(delivered) + " units" : "");
     if (const int error = file.ReadError())
         throw Failure{kCannotRead, About(where + ": " + std::strerror(error) + "; check the disk")};
     throw Failure{kStopped, About(where + ": " + Why("the file is damaged there; \"kivmp4 check --deep\" tells more"))};
 }
 
-std::string Player::About(const std::string& what) const {
-    return name + ": " + what;
-}
+std::string Player::About(const std::string& what) const { return name + ": " + what; }
 
 }  // namespace kivmp4::cli

@@ -9,9 +9,8 @@ constexpr char kDigits[] = "0123456789abcdef";
 
 // Characters that reorder or hide the text around them.
 bool IsInvisible(uint32_t code) {
-    return (code >= 0x200B && code <= 0x200F) || (code >= 0x2028 && code <= 0x202E)
-           || (code >= 0x2060 && code <= 0x206F)
-           || code == 0xFEFF;
+    return (code >= 0x200B && code <= 0x200F) || (code >= 0x2028 && code <= 0x202E) ||
+           (code >= 0x2060 && code <= 0x206F) || code == 0xFEFF;
 }
 
 // Length of the printable character at the front of `text`, 0 when there is none.

@@ -16,9 +16,7 @@ namespace {
 // Far above any file's duration and far below what 64 bits of ticks hold.
 constexpr double kMostSeconds = 1e12;
 
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 // The whole of `text` as a number without sign and exponent.
 template <typename Number>
@@ -71,9 +69,7 @@ uint64_t Magnitude(int64_t ticks) {
 
 constexpr uint64_t kRate = static_cast<uint64_t>(kTicksPerSecond);
 
-unsigned Milliseconds(uint64_t ticks) {
-    return static_cast<unsigned>(ticks % kRate * 1000 / kRate);
-}
+unsigned Milliseconds(uint64_t ticks) { return static_cast<unsigned>(ticks % kRate * 1000 / kRate); }
 
 }  // namespace
 

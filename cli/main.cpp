@@ -25,7 +25,8 @@ constexpr char kExamples[] =
     "  kivmp4 check *.mp4\n"
     "  kivmp4 boxes clip.mp4 --path 'moov/**/stts' --entries 5\n"
     "\n"
-    "Exit codes: 0 done, 1 check found errors, 2 wrong usage, 3 cannot read or write, 4 not a usable MP4 file, 5 stopped before the end.";
+    "Exit codes: 0 done, 1 check found errors, 2 wrong usage, 3 cannot read or write, 4 not a usable MP4 file, 5 "
+    "stopped before the end.";
 
 using Command = void (*)(Player&, const Options&, Output&);
 
@@ -53,28 +54,34 @@ void AddTrack(CLI::App* command, Arguments& arguments) {
 void Describe(CLI::App& app, Arguments& arguments) {
     app.require_subcommand(1);
     app.set_version_flag("--version", "kivmp4 " KIVMP4_VERSION);
-    app.add_option("--log", arguments.logLevel, "what the library reports: 0 nothing, 1 errors, 2 warnings too, "
-                                                "3 only the H.264 analysis, 4 everything")
-        ->check(CLI::Range(0, 4))->type_name("LEVEL")->capture_default_str();
+    app.add_option("--log", arguments.logLevel,
+                   "what the library reports: 0 nothing, 1 errors, 2 warnings too, "
+                   "3 only the H.264 analysis, 4 everything")
+        ->check(CLI::Range(0, 4))
+        ->type_name("LEVEL")
+        ->capture_default_str();
     app.footer(kExamples);
 
     AddCommand(app, arguments, "info", "Describe the file and its tracks", Info);
 
     CLI::App* packets = AddCommand(app, arguments, "packets", "List the units in the order of delivery", Packets);
     AddTrack(packets, arguments);
-    packets->add_option("--count", arguments.options.count, "stop after N units")->check(CLI::NonNegativeNumber)->type_name("N");
+    packets->add_option("--count", arguments.options.count, "stop after N units")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("N");
 
     CLI::App* extract = AddCommand(app, arguments, "extract", "Write each track to a file of its own", Extract);
     AddTrack(extract, arguments);
     extract->add_option("-o,--output", arguments.options.directory, "directory to write to, made if missing")
-        ->required()->type_name("DIR");
+        ->required()
+        ->type_name("DIR");
 
     CLI::App* keys = AddCommand(app, arguments, "keys", "Step through the key frames", Keys);
     keys->add_flag("--backward", arguments.options.backward, "from the last to the first");
 
     CLI::App* seek = AddCommand(app, arguments, "seek", "Jump to each time and tell where each track lands", Seek);
-    seek->add_option("TIME", arguments.times,
-                     "seconds (12.5), m:ss, h:mm:ss.mmm, ticks (90000t) or a share (50%)")->required();
+    seek->add_option("TIME", arguments.times, "seconds (12.5), m:ss, h:mm:ss.mmm, ticks (90000t) or a share (50%)")
+        ->required();
 
     AddCheck(app, arguments.inspection);
     AddBoxes(app, arguments.inspection);

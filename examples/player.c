@@ -19,8 +19,10 @@ static int32_t openFile(void* context, const char* path, uint32_t mode) {
     File* file = (File*)context;
     (void)mode;
     file->stream = fopen(path, "rb");
-    if (!file->stream) return -1;
-    if (fseeko(file->stream, 0, SEEK_END) == 0) file->size = ftello(file->stream);
+    if (!file->stream)
+        return -1;
+    if (fseeko(file->stream, 0, SEEK_END) == 0)
+        file->size = ftello(file->stream);
     return 0;
 }
 
@@ -32,7 +34,8 @@ static int32_t closeFile(void* context) {
 /* Answering 0 would mean "nothing yet, ask again". */
 static uint32_t readFile(void* context, void* destination, int64_t offset, uint32_t size) {
     File* file = (File*)context;
-    if (fseeko(file->stream, offset, SEEK_SET) != 0) return KIVMP4_READ_FAILED;
+    if (fseeko(file->stream, offset, SEEK_SET) != 0)
+        return KIVMP4_READ_FAILED;
     return fread(destination, 1, size, file->stream) == size ? size : KIVMP4_READ_FAILED;
 }
 
@@ -61,7 +64,8 @@ static const char* play(Mp4Demux* demux) {
     unsigned long units = 0;
     AccessUnit unit;
 
-    if (KivMp4Open(demux, &trackCount, &duration) != KIVMP4_OK) return "not a usable MP4 file";
+    if (KivMp4Open(demux, &trackCount, &duration) != KIVMP4_OK)
+        return "not a usable MP4 file";
     for (track = 0; track < trackCount; track++) {
         CodecInfo info;
         memset(&info, 0, sizeof info);
@@ -76,7 +80,8 @@ static const char* play(Mp4Demux* demux) {
                (double)unit.pts / KIVMP4_TICKS_PER_SECOND);
         units++;
     }
-    if (result != KIVMP4_END) return "stopped before the end, the file is damaged or cannot be read";
+    if (result != KIVMP4_END)
+        return "stopped before the end, the file is damaged or cannot be read";
     return units == 0 ? "has no units to play" : NULL;
 }
 
@@ -94,9 +99,11 @@ int main(int argc, char** argv) {
     }
     heap = malloc(HEAP_SIZE);
     demux = KivMp4Create(argv[1], &files, &memory, heap, HEAP_SIZE, 0, KIVMP4_LOG_ERRORS);
-    if (demux) failure = play(demux);
+    if (demux)
+        failure = play(demux);
     KivMp4Destroy(demux);
     free(heap);
-    if (failure) fprintf(stderr, "%s: %s\n", argv[1], failure);
+    if (failure)
+        fprintf(stderr, "%s: %s\n", argv[1], failure);
     return failure ? 1 : 0;
 }

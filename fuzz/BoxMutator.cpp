@@ -11,10 +11,14 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-constexpr uint64_t kHostile[] = {0, 1, 2, 7, 8, 9, 15, 16, 0x80, 0xFF, 0x7FFF, 0x8000, 0xFFFF, 0x7FFFFFFF, 0x80000000,
-                                 0xFFFFFFFF, 0xFFFFFFF8, 0x3FFFFFFF, 0x40000001, 0x20000000, INT64_MAX, 1ull << 63};
+constexpr uint64_t kHostile[] = {0,          1,          2,          7,          8,          9,
+                                 15,         16,         0x80,       0xFF,       0x7FFF,     0x8000,
+                                 0xFFFF,     0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 0xFFFFFFF8, 0x3FFFFFFF,
+                                 0x40000001, 0x20000000, INT64_MAX,  1ull << 63};
 
-struct Box { size_t begin, end; };
+struct Box {
+    size_t begin, end;
+};
 
 struct Mutation {
     Bytes bytes;
@@ -27,12 +31,18 @@ struct Mutation {
         List(0, bytes.size() - std::min(bytes.size(), scriptSize + 1), 0);
         const uint32_t kind = boxes.empty() ? 0 : Below(16);
         const Box box = kind ? boxes[Below(boxes.size())] : Box{};
-        if (kind < 4)       Havoc(0, bytes.size());
-        else if (kind < 9)  SetNumber(box);
-        else if (kind < 11) Havoc(box.begin + 8, box.end);
-        else if (kind < 12) Replace(box.begin, box.end, {});
-        else if (kind < 13) Copy(box, boxes[Below(boxes.size())].begin);
-        else                ChangeScript();
+        if (kind < 4)
+            Havoc(0, bytes.size());
+        else if (kind < 9)
+            SetNumber(box);
+        else if (kind < 11)
+            Havoc(box.begin + 8, box.end);
+        else if (kind < 12)
+            Replace(box.begin, box.end, {});
+        else if (kind < 13)
+            Copy(box, boxes[Below(boxes.size())].begin);
+        else
+            ChangeScript();
     }
 
     uint32_t Below(size_t limit) { return static_cast<uint32_t>(random() % limit); }
@@ -97,7 +107,6 @@ struct Mutation {
         Havoc(script, bytes.size() - 1);
         bytes.back() = static_cast<uint8_t>(bytes.size() - 1 - script);
     }
-
 };
 
 }  // namespace

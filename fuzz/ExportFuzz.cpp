@@ -46,7 +46,8 @@ uint32_t Read(void*, void* destination, int64_t offset, uint32_t count) {
     const uint32_t answer = answers[faulty ? plan.fault : 0], filled = std::min(answer, count);
     std::memset(destination, static_cast<int>(call), filled);
     if (static_cast<uint64_t>(offset) < plan.size)
-        std::memcpy(destination, plan.bytes + offset, std::min<size_t>(filled, plan.size - static_cast<size_t>(offset)));
+        std::memcpy(destination, plan.bytes + offset,
+                    std::min<size_t>(filled, plan.size - static_cast<size_t>(offset)));
     reading = false;
     return answer;
 }
@@ -54,8 +55,10 @@ uint32_t Read(void*, void* destination, int64_t offset, uint32_t count) {
 int64_t GetSize(void*) {
     Require(alive && opens > closes, "the size is asked while the file is open");
     const int64_t size = static_cast<int64_t>(plan.size);
-    const int64_t firstAndRest[][2] = {{size, size}, {0, size}, {INT64_MIN, size}, {size / 2, size},  // by mode
-                                       {size, size / 2}, {size, size + 70000}, {size, INT64_MAX}, {0, 0}};
+    const int64_t firstAndRest[][2] = {{size, size},      {0, size},
+                                       {INT64_MIN, size}, {size / 2, size},  // by mode
+                                       {size, size / 2},  {size, size + 70000},
+                                       {size, INT64_MAX}, {0, 0}};
     const int64_t planned = firstAndRest[plan.sizes % 8][asks++ < plan.sizes / 8 % 4 ? 0 : 1];
     const int64_t answer = planned <= 0 && asks > plan.patience ? 1 : planned;
     for (int64_t before = told; before < answer && !told.compare_exchange_weak(before, answer);) {
@@ -72,7 +75,7 @@ struct Script {
     uint8_t heap = input.Next(), rest = input.Next();
     size_t capacity = kCapacities[heap % 8] - (heap % 8 < 7 ? heap / 8 % 16 : 0);
     uint8_t* block = heapMemory + sizeof heapMemory - capacity;  // its end stays, its beginning gets out of line
-    Mp4Demux* demux = nullptr;  // the last one, dead or alive
+    Mp4Demux* demux = nullptr;                                   // the last one, dead or alive
     Mp4Demux* live = nullptr;
     uint32_t handles = 0, tracks = 0;
     int64_t duration = 0;
@@ -123,22 +126,28 @@ struct Script {
         CodecInfo info = {};
         int32_t answer = -1;
         switch (code & 15) {
-        case 0: Create(); break;
-        case 1: answer = KivMp4Open(handle, which == 14 ? nullptr : &tracks, which == 13 ? nullptr : &duration); break;
-        case 2: Destroy(handle); break;
-        case 3: answer = KivMp4EnableTrack(handle, which % 8 - 1, which < 8); break;
-        case 4: answer = KivMp4GetTrackInfo(handle, which % 8 - 1, which == 14 ? nullptr : &info); break;
-        case 5: Deliver(KivMp4GetNextUnit, handle, unit); break;
-        case 6: for (int i = 0; i < 8; ++i) Deliver(KivMp4GetNextUnit, handle, unit); break;
-        case 7: Deliver(KivMp4GetNextSyncUnit, handle, unit); break;
-        case 8: Deliver(KivMp4GetPrevSyncUnit, handle, unit); break;
-        case 9: answer = KivMp4JumpPTS(handle, which < 4 ? hostile[which] : input.Next() * int64_t{1500}); break;
-        case 10: answer = KivMp4GetNextUnitData(handle, unitCopy); break;
-        case 11: answer = KivMp4Rewind(handle); break;
-        case 12: (void)KivMp4InitUnit(handle, unit); break;
-        case 13: KivMp4FlushFileReader(handle); break;
-        case 14: KivMp4ResumeFileReader(handle); break;
-        default: Require(KivMp4SetAvailableBW(handle) + KivMp4GetAvailableBW(handle) == -2, "there is no bandwidth");
+            case 0: Create(); break;
+            case 1:
+                answer = KivMp4Open(handle, which == 14 ? nullptr : &tracks, which == 13 ? nullptr : &duration);
+                break;
+            case 2: Destroy(handle); break;
+            case 3: answer = KivMp4EnableTrack(handle, which % 8 - 1, which < 8); break;
+            case 4: answer = KivMp4GetTrackInfo(handle, which % 8 - 1, which == 14 ? nullptr : &info); break;
+            case 5: Deliver(KivMp4GetNextUnit, handle, unit); break;
+            case 6:
+                for (int i = 0; i < 8; ++i)
+                    Deliver(KivMp4GetNextUnit, handle, unit);
+                break;
+            case 7: Deliver(KivMp4GetNextSyncUnit, handle, unit); break;
+            case 8: Deliver(KivMp4GetPrevSyncUnit, handle, unit); break;
+            case 9: answer = KivMp4JumpPTS(handle, which < 4 ? hostile[which] : input.Next() * int64_t{1500}); break;
+            case 10: answer = KivMp4GetNextUnitData(handle, unitCopy); break;
+            case 11: answer = KivMp4Rewind(handle); break;
+            case 12: (void)KivMp4InitUnit(handle, unit); break;
+            case 13: KivMp4FlushFileReader(handle); break;
+            case 14: KivMp4ResumeFileReader(handle); break;
+            default:
+                Require(KivMp4SetAvailableBW(handle) + KivMp4GetAvailableBW(handle) == -2, "there is no bandwidth");
         }
         Require(answer >= -2 && answer <= 0 && (answer || (live && handle)), "only a live handle succeeds");
     }
@@ -149,7 +158,12 @@ struct Script {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t length) {
     Input input(data, length);
     static uint32_t runs = 0;
-    plan = {input.file, input.fileSize, input.Next() % 5u, input.Next() % 32u, input.Next() % 32u, input.Next(),
+    plan = {input.file,
+            input.fileSize,
+            input.Next() % 5u,
+            input.Next() % 32u,
+            input.Next() % 32u,
+            input.Next(),
             runs++ % 4096 == 0 ? 5000u : 4u};  // a size that never comes costs half a second
     told = reads = asks = 0;
     Script script{input};

@@ -21,7 +21,8 @@ void LookAtBoxes(const Box& box) {
 }
 
 void LookAtSamples(const File& file, const Track& track) {
-    for (const Table* table : {&track.stts, &track.ctts, &track.stss, &track.stsz, &track.stsc, &track.stco, &track.elst})
+    for (const Table* table :
+         {&track.stts, &track.ctts, &track.stss, &track.stsz, &track.stsc, &track.stco, &track.elst})
         Require(table->bytes.size() <= file.Size() && table->count <= table->claimed, "no table outgrows the file");
     SampleWalk walk(track);
     Sample sample;

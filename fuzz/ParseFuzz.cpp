@@ -86,7 +86,7 @@ void Exercise(Track& track, FileMovie& movie, uint32_t random) {
 // The script: heap capacity, failing read, refused blocks, order of look-ups.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Input input(data, size);
-    if (input.fileSize > 0 && input.file[0] == 1) {  // no box of a small file begins so
+    if (input.fileSize > 0 && input.file[0] == 1) {                // no box of a small file begins so
         const std::vector<uint8_t> record(input.file, input.end);  // exactly as long, for AddressSanitizer
         H264SpsInfo sps = {};
         (void)ExtractSPSInformation({record.data(), record.size()}, sps, 0);

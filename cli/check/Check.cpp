@@ -22,12 +22,16 @@ const std::vector<Rule>& Rules() {
          "kivmp4 extract FILE -o part saves what is readable", nullptr},
         {"box-frame", Error, "a box does not fit its parent, or is smaller than its header", kEncoder, nullptr},
         {"no-moov", Error, "there is no index",
-         "the recording was cut off before its index was written; a tool that rebuilds it needs a good file of the same "
-         "camera", nullptr},
+         "the recording was cut off before its index was written; a tool that rebuilds it needs a good file of the "
+         "same "
+         "camera",
+         nullptr},
         {"moov-last", Note, "the index follows the samples",
          "ffmpeg -i FILE -c copy -movflags faststart front.mp4 lets players start at once", nullptr},
-        {"fragmented", Error, "samples lie in fragments, which are not played", "ffmpeg -i FILE -c copy flat.mp4", nullptr},
-        {"no-track", Error, "no track can be played", "kivmp4 boxes FILE --path moov shows what is there", FindTrackFaults},
+        {"fragmented", Error, "samples lie in fragments, which are not played", "ffmpeg -i FILE -c copy flat.mp4",
+         nullptr},
+        {"no-track", Error, "no track can be played", "kivmp4 boxes FILE --path moov shows what is there",
+         FindTrackFaults},
         {"unsupported-track", Warning, "a track's format is not supported", "ffmpeg -i FILE converted.mp4", nullptr},
         {"encrypted-track", Warning, "a track is encrypted", "a player with the key is needed", nullptr},
         {"disabled-track", Note, "a track is marked as disabled and not played",
@@ -40,8 +44,10 @@ const std::vector<Rule>& Rules() {
         {"table-short", Error, "a table announces more entries than it holds", kRepack, nullptr},
         {"stts-count", Error, "times are told for more or fewer samples than there are sizes", kRepack, nullptr},
         {"ctts-count", Error, "time offsets are told for more or fewer samples than there are sizes", kRepack, nullptr},
-        {"stss-entry", Error, "a key frame number is not of a sample, or not above the one before it", kRepack, nullptr},
-        {"stsc-entry", Error, "the chunk map does not start at chunk 1, ascend, and stay within the chunks", kRepack, nullptr},
+        {"stss-entry", Error, "a key frame number is not of a sample, or not above the one before it", kRepack,
+         nullptr},
+        {"stsc-entry", Error, "the chunk map does not start at chunk 1, ascend, and stay within the chunks", kRepack,
+         nullptr},
         {"chunk-count", Error, "the chunks hold more or fewer samples than there are sizes", kRepack, nullptr},
         {"offset-outside", Error, "samples lie outside 'mdat' or the file", kEncoder, FindPlaceFaults},
         {"overlap", Warning, "samples overlap", kRepack, nullptr},
@@ -51,8 +57,8 @@ const std::vector<Rule>& Rules() {
          "ffmpeg -i FILE -c copy interleaved.mp4 brings them together", nullptr},
         {"stts-zero", Warning, "samples have a duration of 0", kRepack, FindTimeFaults},
         {"duration", Warning, "a header's duration differs from that of the samples", kRepack, nullptr},
-        {"one-gop", Warning, "only one key frame in more than ten seconds", "encode with a key frame every few seconds (ffmpeg -g)",
-         nullptr},
+        {"one-gop", Warning, "only one key frame in more than ten seconds",
+         "encode with a key frame every few seconds (ffmpeg -g)", nullptr},
         {"nal-length", Error, "a NAL unit runs past its sample", kEncoder, FindUnitFaults, true},
         {"sync-nal", Warning, "samples marked as key frames and IDR pictures differ", kRepack, nullptr, true},
         {"parameter-sets-inside", Note, "parameter sets stand inside samples too",
@@ -72,7 +78,8 @@ Context::Context(const inspect::Movie& of) : movie(of), file(of.Source()) {
 
 void Context::Add(const char* rule, uint64_t offset, const std::string& path, const std::string& message) {
     const auto& rules = Rules();
-    const auto found = std::find_if(rules.begin(), rules.end(), [&](const Rule& r) { return !std::strcmp(r.name, rule); });
+    const auto found =
+        std::find_if(rules.begin(), rules.end(), [&](const Rule& r) { return !std::strcmp(r.name, rule); });
     findings.push_back({&*found, offset, path, message});
 }
 

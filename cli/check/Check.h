@@ -20,8 +20,8 @@ class Context;
 struct Rule {
     const char* name;
     Severity severity;
-    const char* what;  // for the list of rules
-    const char* hint;  // what to do; FILE stands for the file's name
+    const char* what;                // for the list of rules
+    const char* hint;                // what to do; FILE stands for the file's name
     void (*find)(Context& context);  // null: another rule's function finds it too
     bool deep = false;               // reads the samples themselves
 };
@@ -55,7 +55,9 @@ public:
 
     bool Played(const inspect::Track& track) const { return track.Played(); }
     /// Samples of a track, seconds of a sample.
-    const std::vector<inspect::Sample>& SamplesOf(const inspect::Track& track) const { return samples[track.trakIndex]; }
+    const std::vector<inspect::Sample>& SamplesOf(const inspect::Track& track) const {
+        return samples[track.trakIndex];
+    }
     void Add(const char* rule, uint64_t offset, const std::string& path, const std::string& message);
     void Add(const char* rule, const inspect::Box& box, const std::string& message) {
         Add(rule, box.offset, box.Path(), message);

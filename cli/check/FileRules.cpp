@@ -49,8 +49,10 @@ void FindFrameFaults(Context& context, const Box& box) {
         const bool pastEnd = child->Truncated() && child->End() == context.file.Size();
         if (pastEnd && box.type.empty()) {
             context.truncated = true;
-            context.Add("truncated", *child, "claims " + std::to_string(child->claimedSize) + " bytes, " +
-                        std::to_string(child->claimedSize - child->size) + " more than the file has" + Readable(context));
+            context.Add("truncated", *child,
+                        "claims " + std::to_string(child->claimedSize) + " bytes, " +
+                            std::to_string(child->claimedSize - child->size) + " more than the file has" +
+                            Readable(context));
         } else if (!child->problem.empty() && !context.truncated) {
             context.Add("box-frame", *child, child->problem);
         }
@@ -66,7 +68,7 @@ void FindFileFaults(Context& context) {
         const std::string kind = Stranger(movie.Source());
         const std::string what = context.file.Size() == 0 ? "is empty"
                                  : !kind.empty()          ? "is " + kind
-                                                          : "is not an MP4 file: first bytes" + FirstBytes(context.file);
+                                                 : "is not an MP4 file: first bytes" + FirstBytes(context.file);
         context.Add("not-mp4", 0, "", what);
         return;
     }

@@ -58,13 +58,14 @@ void FindOverlaps(Context& context) {
         if (a.offset + a.size <= b.offset || (a.offset == b.offset && a.size == b.size && a.track != b.track))
             continue;
         if (count++ == 0) {
-            first = "sample " + std::to_string(b.number) + " of trak[" + std::to_string(b.track) + "] starts inside sample " +
-                    std::to_string(a.number) + " of trak[" + std::to_string(a.track) + "]";
+            first = "sample " + std::to_string(b.number) + " of trak[" + std::to_string(b.track) +
+                    "] starts inside sample " + std::to_string(a.number) + " of trak[" + std::to_string(a.track) + "]";
             firstOffset = b.offset;
         }
     }
     if (count)
-        context.Add("overlap", firstOffset, "mdat", first + (count > 1 ? "; " + std::to_string(count) + " in all" : ""));
+        context.Add("overlap", firstOffset, "mdat",
+                    first + (count > 1 ? "; " + std::to_string(count) + " in all" : ""));
 }
 
 // The greatest distance between the samples that all unfinished tracks have reached at the same time.

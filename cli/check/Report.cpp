@@ -28,7 +28,8 @@ std::string Text(const std::string& name, const std::vector<Finding>& findings) 
         return name + ": nothing found\n";
     std::string text;
     for (const Finding& finding : findings) {
-        text += name + Format(": %-7s  %-17s  ", Name(finding.rule->severity), finding.rule->name) + finding.message + " (";
+        text +=
+            name + Format(": %-7s  %-17s  ", Name(finding.rule->severity), finding.rule->name) + finding.message + " (";
         if (!finding.path.empty())
             text += finding.path + ", ";
         text += Format("at 0x%llx)\n", static_cast<unsigned long long>(finding.offset));
@@ -45,7 +46,8 @@ std::string Text(const std::string& name, const std::vector<Finding>& findings) 
 }
 
 nlohmann::ordered_json Json(const std::string& name, const std::vector<Finding>& findings) {
-    nlohmann::ordered_json file = {{"file", name}, {"ok", !Fails(findings, false)}, {"findings", nlohmann::ordered_json::array()}};
+    nlohmann::ordered_json file = {
+        {"file", name}, {"ok", !Fails(findings, false)}, {"findings", nlohmann::ordered_json::array()}};
     for (const Finding& finding : findings)
         file["findings"].push_back({{"severity", Name(finding.rule->severity)},
                                     {"rule", finding.rule->name},
@@ -66,7 +68,10 @@ std::string RulesText() {
 nlohmann::ordered_json RulesJson() {
     auto list = nlohmann::ordered_json::array();
     for (const Rule& rule : Rules())
-        list.push_back({{"rule", rule.name}, {"severity", Name(rule.severity)}, {"what", rule.what}, {"deep", rule.deep},
+        list.push_back({{"rule", rule.name},
+                        {"severity", Name(rule.severity)},
+                        {"what", rule.what},
+                        {"deep", rule.deep},
                         {"hint", rule.hint}});
     return list;
 }

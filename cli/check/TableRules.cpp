@@ -11,8 +11,8 @@ std::string Of(const Track& track, uint64_t count) { return NameOf(track) + ": "
 // Whether the table is there with all its entries; `most`: entries of `entrySize` bytes are needed.
 void FindShort(Context& context, const Track& track, const Table& table) {
     if (table && !table.tooLarge && table.count < table.claimed)
-        context.Add("table-short", *table.box, Of(track, table.claimed) + " entries announced, there are " +
-                    std::to_string(table.count));
+        context.Add("table-short", *table.box,
+                    Of(track, table.claimed) + " entries announced, there are " + std::to_string(table.count));
 }
 
 void FindMissing(Context& context, const Track& track) {
@@ -65,8 +65,9 @@ bool FindChunkMap(Context& context, const Track& track) {
         if (!wrong && chunk <= track.stco.count && stsc.At(i, 1))
             continue;
         context.Add("stsc-entry", stsc.OffsetOf(i), stsc.box->Path(),
-                    NameOf(track) + ": entry " + std::to_string(i) + " starts at chunk " + std::to_string(chunk) + " of " +
-                        std::to_string(track.stco.count) + " with " + std::to_string(stsc.At(i, 1)) + " samples in each");
+                    NameOf(track) + ": entry " + std::to_string(i) + " starts at chunk " + std::to_string(chunk) +
+                        " of " + std::to_string(track.stco.count) + " with " + std::to_string(stsc.At(i, 1)) +
+                        " samples in each");
         return false;
     }
     return stsc.count > 0;
@@ -80,8 +81,9 @@ void FindChunkCount(Context& context, const Track& track, uint64_t samples) {
         sum += (end - stsc.At(i)) * stsc.At(i, 1);
     }
     if (sum != samples)
-        context.Add("chunk-count", *track.stco.box, NameOf(track) + ": " + std::to_string(track.stco.count) +
-                    " chunks hold " + std::to_string(sum) + " samples, 'stsz' has " + std::to_string(samples));
+        context.Add("chunk-count", *track.stco.box,
+                    NameOf(track) + ": " + std::to_string(track.stco.count) + " chunks hold " + std::to_string(sum) +
+                        " samples, 'stsz' has " + std::to_string(samples));
 }
 
 }  // namespace
@@ -103,7 +105,8 @@ void FindTableFaults(Context& context) {
         FindCount(context, "stts-count", track, track.stts, samples);
         FindCount(context, "ctts-count", track, track.ctts, samples);
         FindSyncEntries(context, track, samples);
-        const bool chunksKnown = track.stco && track.stco.count == track.stco.claimed && track.stsc.count == track.stsc.claimed;
+        const bool chunksKnown =
+            track.stco && track.stco.count == track.stco.claimed && track.stsc.count == track.stsc.claimed;
         if (chunksKnown && FindChunkMap(context, track))
             FindChunkCount(context, track, samples);
     }

@@ -9,13 +9,11 @@ namespace {
 
 using namespace inspect;
 
-constexpr double kMediaTolerance = 0.1;   // seconds between a header and the samples
-constexpr double kMovieTolerance = 1;     // the movie's header is rounded, and encoders leave some silence out
-constexpr double kLongForOneKey = 10;     // seconds
+constexpr double kMediaTolerance = 0.1;  // seconds between a header and the samples
+constexpr double kMovieTolerance = 1;    // the movie's header is rounded, and encoders leave some silence out
+constexpr double kLongForOneKey = 10;    // seconds
 
-double Seconds(uint64_t units, uint32_t timescale) {
-    return timescale ? static_cast<double>(units) / timescale : 0;
-}
+double Seconds(uint64_t units, uint32_t timescale) { return timescale ? static_cast<double>(units) / timescale : 0; }
 
 void FindZeroDurations(Context& context, const Track& track) {
     for (uint32_t i = 0; i < track.stts.count; i++) {
@@ -39,7 +37,8 @@ bool IsTold(uint64_t duration) { return duration && duration != UINT32_MAX && du
 
 void AddDuration(Context& context, const Box& box, const std::string& whose, double header, double tables) {
     char text[160];
-    std::snprintf(text, sizeof text, "%s: the header says %.3f s, the samples last %.3f s", whose.c_str(), header, tables);
+    std::snprintf(text, sizeof text, "%s: the header says %.3f s, the samples last %.3f s", whose.c_str(), header,
+                  tables);
     context.Add("duration", box, text);
 }
 
@@ -82,7 +81,8 @@ void FindOneKey(Context& context, const Track& track) {
 void FindTimeFaults(Context& context) {
     bool counted = true;
     for (const Finding& finding : context.findings)
-        counted = counted && std::string(finding.rule->name) != "table-short" && std::string(finding.rule->name) != "stts-count";
+        counted = counted && std::string(finding.rule->name) != "table-short" &&
+                  std::string(finding.rule->name) != "stts-count";
     if (context.movie.fragment)
         return;
     for (const Track& track : context.movie.tracks) {

@@ -15,8 +15,10 @@ void FindRefusal(Context& context, const Track& track) {
     const SampleEntry* entry = track.Entry();
     const bool encrypted = entry && entry->encrypted && track.Enabled();
     const bool disabled = track.box->Child("tkhd") && !track.Enabled();
-    context.Add(disabled ? "disabled-track" : encrypted ? "encrypted-track" : "unsupported-track", *track.box,
-                NameOf(track) + " " + (track.refusal.empty() ? track.undelivered : track.refusal));
+    context.Add(disabled    ? "disabled-track"
+                : encrypted ? "encrypted-track"
+                            : "unsupported-track",
+                *track.box, NameOf(track) + " " + (track.refusal.empty() ? track.undelivered : track.refusal));
 }
 
 // Seconds by which the edit list moves the track and the module does not.

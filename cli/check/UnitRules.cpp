@@ -63,7 +63,8 @@ void LookAtUnits(Context& context, const Track& track) {
         if (!content.broken.empty())
             broken.Note(sample, "has " + content.broken);
         else if (content.idr != sample.key)
-            sync.Note(sample, sample.key ? "is marked as a key frame and has no IDR picture" : "is an IDR picture and not marked");
+            sync.Note(sample, sample.key ? "is marked as a key frame and has no IDR picture"
+                                         : "is an IDR picture and not marked");
         if (content.sets)
             sets.Note(sample, "holds parameter sets");
     }

@@ -22,14 +22,17 @@ bool IsOneOf(std::string_view type, std::string_view list) {
 constexpr std::string_view kContainers =
     "moov trak mdia minf stbl edts dinf udta mvex moof traf mfra sinf schi iprp ipco wave gmhd tref ilst";
 constexpr std::string_view kWithVersion =
-    "mvhd tkhd mdhd hdlr elst stsd stts ctts stss stsz stz2 stsc stco co64 vmhd smhd nmhd sthd dref url  urn  mehd trex "
+    "mvhd tkhd mdhd hdlr elst stsd stts ctts stss stsz stz2 stsc stco co64 vmhd smhd nmhd sthd dref url  urn  mehd "
+    "trex "
     "mfhd tfhd tfdt trun sidx mfro tfra iloc iinf infe pitm esds sdtp sbgp sgpd saiz saio cslg schm tenc pssh emsg "
     "iref ipma ispe pixi padb stsh subs";
 constexpr std::string_view kVideoEntries =
-    "avc1 avc2 avc3 avc4 hvc1 hev1 hvc2 hev2 mp4v jvt1 encv av01 vp08 vp09 s263 dvh1 dvhe dva1 dvav apch apcn apcs apco "
+    "avc1 avc2 avc3 avc4 hvc1 hev1 hvc2 hev2 mp4v jvt1 encv av01 vp08 vp09 s263 dvh1 dvhe dva1 dvav apch apcn apcs "
+    "apco "
     "ap4h ap4x mjpa mjpb jpeg vvc1 vvi1";
 constexpr std::string_view kSoundEntries =
-    "mp4a enca lpcm alaw ulaw samr sawb samw ac-3 ec-3 ac-4 Opus fLaC alac sowt twos in24 in32 fl32 fl64 ipcm fpcm .mp3";
+    "mp4a enca lpcm alaw ulaw samr sawb samw ac-3 ec-3 ac-4 Opus fLaC alac sowt twos in24 in32 fl32 fl64 ipcm fpcm "
+    ".mp3";
 
 }  // namespace
 

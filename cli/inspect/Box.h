@@ -12,19 +12,19 @@ namespace kivmp4::inspect {
 
 /// One box. It belongs to its BoxTree, and so do the boxes that it points at.
 struct Box {
-    std::string type;         // four bytes as in the file, which need not be printable
-    uint64_t offset = 0;      // of its header
-    uint64_t size = 0;        // what lies in its parent and in the file, header included
-    uint64_t claimedSize = 0; // what its header says; greater than `size` when it runs past its parent's end
-    uint32_t headerSize = 8;  // size and type: 8 or 16 bytes
+    std::string type;          // four bytes as in the file, which need not be printable
+    uint64_t offset = 0;       // of its header
+    uint64_t size = 0;         // what lies in its parent and in the file, header included
+    uint64_t claimedSize = 0;  // what its header says; greater than `size` when it runs past its parent's end
+    uint32_t headerSize = 8;   // size and type: 8 or 16 bytes
     bool hasVersion = false;
     uint8_t version = 0;
     uint32_t flags = 0;
-    uint32_t depth = 0;       // 0 at the top level
-    uint32_t sameType = 0;    // how many boxes of its type precede it in its parent
-    Box* parent = nullptr;    // null at the top level
+    uint32_t depth = 0;     // 0 at the top level
+    uint32_t sameType = 0;  // how many boxes of its type precede it in its parent
+    Box* parent = nullptr;  // null at the top level
     std::vector<Box*> children = {};
-    std::string problem = {}; // what is wrong with its frame or its children's, or nothing
+    std::string problem = {};  // what is wrong with its frame or its children's, or nothing
 
     uint64_t End() const { return offset + size; }
     /// Where the fields start: past size and type, and past version and flags where the box has them.

@@ -79,7 +79,10 @@ std::string Stranger(const File& file) {
         {0, "%PDF"sv, "a PDF document"},
         {0, "PK\3\4"sv, "a ZIP archive"},
         {0, "\x1F\x8B"sv, "a gzip archive"},
-        {0, "\x7F" "ELF"sv, "a program"},
+        {0,
+         "\x7F"
+         "ELF"sv,
+         "a program"},
         {0, "<!DOCTYPE"sv, "a web page"},
         {0, "<html"sv, "a web page"},
         {0, "#EXTM3U"sv, "an M3U playlist"},
@@ -92,9 +95,8 @@ std::string Stranger(const File& file) {
     }
     if (text.size() > 376 && text[0] == 'G' && text[188] == 'G' && text[376] == 'G')
         return "an MPEG transport stream";
-    const bool printable = std::all_of(text.begin(), text.end(), [](char c) {
-        return (c >= ' ' && c <= '~') || c == '\n' || c == '\r' || c == '\t';
-    });
+    const bool printable = std::all_of(
+        text.begin(), text.end(), [](char c) { return (c >= ' ' && c <= '~') || c == '\n' || c == '\r' || c == '\t'; });
     return !text.empty() && printable ? "a text file" : "";
 }
 

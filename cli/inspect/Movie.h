@@ -18,15 +18,15 @@ public:
     const BoxTree& Tree() const { return tree; }
     const Box& Root() const { return tree.Root(); }
 
-    const Box* moov = nullptr;       // null in a file that was cut off, or is none of this kind
-    const Box* mdat = nullptr;       // the first one
-    const Box* fragment = nullptr;   // the first "moof", else "mvex" or "sidx"; null for an ordinary file
-    const Box* items = nullptr;      // "meta" with pictures as items (HEIF), else null
+    const Box* moov = nullptr;      // null in a file that was cut off, or is none of this kind
+    const Box* mdat = nullptr;      // the first one
+    const Box* fragment = nullptr;  // the first "moof", else "mvex" or "sidx"; null for an ordinary file
+    const Box* items = nullptr;     // "meta" with pictures as items (HEIF), else null
     std::string majorBrand = {};
     std::vector<std::string> brands = {};  // compatible ones
-    uint32_t timescale = 0;          // of mvhd
-    uint64_t duration = 0;           // of mvhd, in its timescale
-    std::vector<Track> tracks = {};  // one for each "trak"
+    uint32_t timescale = 0;                // of mvhd
+    uint64_t duration = 0;                 // of mvhd, in its timescale
+    std::vector<Track> tracks = {};        // one for each "trak"
     /// The index lies in front of the samples, so that playing can start before all is there.
     bool MoovFirst() const { return moov && (!mdat || moov->offset < mdat->offset); }
 

@@ -15,13 +15,13 @@ bool IsOneOf(const std::string& type, std::initializer_list<std::string_view> li
 }
 
 bool IsVideoType(const std::string& type) {
-    return IsOneOf(type, {"avc1", "jvt1", "mp4v", "encv", "hvc1", "hev1", "av01", "vp09", "vp08", "rle ", "I420", "YUY2",
-                          "avc2", "avc3", "avc4", "dvh1", "dvhe"});
+    return IsOneOf(type, {"avc1", "jvt1", "mp4v", "encv", "hvc1", "hev1", "av01", "vp09", "vp08", "rle ", "I420",
+                          "YUY2", "avc2", "avc3", "avc4", "dvh1", "dvhe"});
 }
 
 bool IsAudioType(const std::string& type) {
-    return IsOneOf(type, {"mp4a", "enca", "lpcm", "alaw", "ulaw", "samr", "samw", "ac-3", "ec-3", "Opus", "fLaC", "alac",
-                          "sowt", "twos", "in24", "in32", "fl32", "fl64"});
+    return IsOneOf(type, {"mp4a", "enca", "lpcm", "alaw", "ulaw", "samr", "samw", "ac-3", "ec-3", "Opus", "fLaC",
+                          "alac", "sowt", "twos", "in24", "in32", "fl32", "fl64"});
 }
 
 // One list of parameter sets: `count` of them, each behind a length of 16 bits.
@@ -126,7 +126,8 @@ std::string RefusalOf(const SampleEntry& entry) {
 std::string UndeliveredReason(const SampleEntry& entry) {
     constexpr size_t kWaveformHeader = 20;
     const bool wave = !entry.box->children.empty() && entry.box->children[0]->type == "wave";
-    const bool needsHeader = IsOneOf(entry.type, {"lpcm", "alaw", "ulaw", "samr", "samw"}) || (entry.type == "mp4a" && wave);
+    const bool needsHeader =
+        IsOneOf(entry.type, {"lpcm", "alaw", "ulaw", "samr", "samw"}) || (entry.type == "mp4a" && wave);
     if (!needsHeader || entry.specific.size() >= kWaveformHeader)
         return "";
     return Quoted(entry.type) + (wave ? " in a QuickTime 'wave' box" : "") + " has no waveform header";

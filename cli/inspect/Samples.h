@@ -11,14 +11,14 @@ namespace kivmp4::inspect {
 
 /// One sample. Times are in media units, without what the edit list adds.
 struct Sample {
-    uint32_t number = 0;   // from 0
-    uint64_t offset = 0;   // in the file
+    uint32_t number = 0;  // from 0
+    uint64_t offset = 0;  // in the file
     uint32_t size = 0;
     int64_t dts = 0;
-    int64_t cts = 0;       // dts and the composition offset
+    int64_t cts = 0;  // dts and the composition offset
     uint32_t duration = 0;
-    uint32_t chunk = 0;    // from 0
-    bool key = true;       // every sample is one in a track without "stss"
+    uint32_t chunk = 0;  // from 0
+    bool key = true;     // every sample is one in a track without "stss"
 
     uint64_t End() const { return offset + size; }
 };
@@ -39,11 +39,11 @@ private:
     uint32_t number = 0;
     uint32_t chunk = 0, inChunk = 0, perChunk = 0;  // `inChunk` of `perChunk` samples are done
     bool started = false;
-    uint32_t mapEntry = 0;                          // of stsc
+    uint32_t mapEntry = 0;  // of stsc
     uint64_t offset = 0;
-    uint32_t timeEntry = 0, timeUsed = 0;           // of stts, and samples of it that are done
-    uint32_t shiftEntry = 0, shiftUsed = 0;         // of ctts
-    uint32_t keyEntry = 0;                          // of stss
+    uint32_t timeEntry = 0, timeUsed = 0;    // of stts, and samples of it that are done
+    uint32_t shiftEntry = 0, shiftUsed = 0;  // of ctts
+    uint32_t keyEntry = 0;                   // of stss
     int64_t dts = 0;
 };
 

@@ -118,8 +118,8 @@ void ReadTables(const File& file, const Box& stbl, Track& track) {
     track.sampleCount = track.stsz.count;
     // Samples of one size need no table, so a forged count is held against the file; one more shows that it is too much.
     if (track.constantSize)
-        track.sampleCount = static_cast<uint32_t>(
-            std::min<uint64_t>(track.stsz.claimed, file.Size() / track.constantSize + 1));
+        track.sampleCount =
+            static_cast<uint32_t>(std::min<uint64_t>(track.stsz.claimed, file.Size() / track.constantSize + 1));
 }
 
 std::string RefusalOf(const Track& track) {
@@ -140,7 +140,10 @@ std::string RefusalOf(const Track& track) {
 }  // namespace
 
 Kind Track::MediaKind() const {
-    return handler == "vide" ? Kind::Video : handler == "soun" ? Kind::Audio : handler.empty() ? KindOf(entries) : Kind::Other;
+    return handler == "vide"   ? Kind::Video
+           : handler == "soun" ? Kind::Audio
+           : handler.empty()   ? KindOf(entries)
+                               : Kind::Other;
 }
 
 Track ReadTrack(const File& file, const Box& trak, uint32_t trakIndex) {

@@ -13,13 +13,13 @@ namespace kivmp4::inspect {
 
 /// A table of numbers of equal size, kept as in the file. It has only those entries that the file really holds.
 struct Table {
-    const Box* box = nullptr;   // null: the track has no such table
-    uint32_t claimed = 0;       // entries that its header announces
-    uint32_t count = 0;         // entries that are there
-    uint32_t entrySize = 0;     // bytes
-    uint64_t entriesAt = 0;     // file offset of the first entry
-    bool tooLarge = false;      // not loaded: above the limit for a table
-    Bytes bytes = {};           // count * entrySize
+    const Box* box = nullptr;  // null: the track has no such table
+    uint32_t claimed = 0;      // entries that its header announces
+    uint32_t count = 0;        // entries that are there
+    uint32_t entrySize = 0;    // bytes
+    uint64_t entriesAt = 0;    // file offset of the first entry
+    bool tooLarge = false;     // not loaded: above the limit for a table
+    Bytes bytes = {};          // count * entrySize
 
     explicit operator bool() const { return box != nullptr; }
     /// The 32-bit number `field` of an entry; `entry` is below `count`.
@@ -42,43 +42,43 @@ struct Edit {
 /// One entry of "stsd".
 struct SampleEntry {
     const Box* box = nullptr;
-    std::string type;        // four bytes as in the file
-    std::string original;    // of "encv" and "enca": the type before encryption, if told
+    std::string type;      // four bytes as in the file
+    std::string original;  // of "encv" and "enca": the type before encryption, if told
     bool encrypted = false;
-    uint32_t width = 0, height = 0;                // picture entries
-    uint32_t channels = 0, sampleBits = 0;         // sound entries
-    uint32_t sampleRate = 0;                       // whole Hz, as stated in the entry
+    uint32_t width = 0, height = 0;         // picture entries
+    uint32_t channels = 0, sampleBits = 0;  // sound entries
+    uint32_t sampleRate = 0;                // whole Hz, as stated in the entry
     const Box* avcCBox = nullptr;
     const Box* esdsBox = nullptr;
-    Bytes avcC = {}, esds = {};                    // contents
-    Bytes specific = {};                           // of esds: the DecoderSpecificInfo, for AAC an AudioSpecificConfig
-    uint32_t nalLengthSize = 0;                    // of avcC: 1 to 4; 0 without
-    std::vector<Bytes> sps = {}, pps = {};         // of avcC, without the length in front
-    bool avcCBroken = false;                       // its parameter sets run past its end
+    Bytes avcC = {}, esds = {};             // contents
+    Bytes specific = {};                    // of esds: the DecoderSpecificInfo, for AAC an AudioSpecificConfig
+    uint32_t nalLengthSize = 0;             // of avcC: 1 to 4; 0 without
+    std::vector<Bytes> sps = {}, pps = {};  // of avcC, without the length in front
+    bool avcCBroken = false;                // its parameter sets run past its end
 };
 
 enum class Kind { Video, Audio, Other };
 
 struct Track {
-    const Box* box = nullptr;   // the "trak"
-    uint32_t trakIndex = 0;     // among all of them, from 0
+    const Box* box = nullptr;  // the "trak"
+    uint32_t trakIndex = 0;    // among all of them, from 0
     uint32_t id = 0;
-    uint32_t headerFlags = 0;   // of tkhd
-    int rotation = 0;           // degrees clockwise to turn the picture upright: 0, 90, 180 or 270; -1 for other matrices
+    uint32_t headerFlags = 0;  // of tkhd
+    int rotation = 0;  // degrees clockwise to turn the picture upright: 0, 90, 180 or 270; -1 for other matrices
     bool mirrored = false;
     uint32_t width = 0, height = 0;  // as to be shown, whole pixels
     uint64_t headerDuration = 0;     // of tkhd, in movie units
     std::vector<Edit> edits = {};
-    bool hasEdits = false;           // has an "elst", empty or not
+    bool hasEdits = false;  // has an "elst", empty or not
     uint32_t timescale = 0;
-    uint64_t duration = 0;           // of mdhd, in media units; all ones of its width when unknown
-    std::string language = {};       // three letters
-    std::string handler = {};        // "vide", "soun", ...
+    uint64_t duration = 0;      // of mdhd, in media units; all ones of its width when unknown
+    std::string language = {};  // three letters
+    std::string handler = {};   // "vide", "soun", ...
     std::vector<SampleEntry> entries = {};
-    uint32_t claimedEntries = 0;     // that stsd announces
+    uint32_t claimedEntries = 0;  // that stsd announces
     Table stts, ctts, stss, stsz, stsc, stco, elst;
-    uint32_t constantSize = 0;       // of stsz, 0 when each sample has its own
-    uint32_t sampleCount = 0;        // of stsz; never more than its table holds, or than one past what fits the file
+    uint32_t constantSize = 0;  // of stsz, 0 when each sample has its own
+    uint32_t sampleCount = 0;   // of stsz; never more than its table holds, or than one past what fits the file
     /// Why the module does not list this track, or nothing. Listed tracks are numbered from 0 in the order of the file.
     std::string refusal = {};
     /// Why the module lists the track, but can neither describe nor deliver it; or nothing.

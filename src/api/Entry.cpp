@@ -12,9 +12,7 @@ namespace {
 
 Mp4Demux* liveHandle = nullptr;
 
-bool IsComplete(const FileInterface* file) {
-    return file && file->open && file->close && file->read && file->getSize;
-}
+bool IsComplete(const FileInterface* file) { return file && file->open && file->close && file->read && file->getSize; }
 
 bool IsComplete(const ClientAllocator* allocator) { return allocator && allocator->allocate && allocator->free; }
 

@@ -25,14 +25,14 @@ struct TrackCursor {
         return nextOffset;
     }
 
-    bool enabled;           // delivery, navigation and seeking consider the track
-    Track* track;           // borrowed from the movie
-    int32_t nextSample;     // may stand at the sample count: the track is exhausted
+    bool enabled;        // delivery, navigation and seeking consider the track
+    Track* track;        // borrowed from the movie
+    int32_t nextSample;  // may stand at the sample count: the track is exhausted
     TrackCursor* next;
     TrackCursor* previous;
-    uint32_t index;         // position of the track in the movie, and of the cursor in its list
+    uint32_t index;  // position of the track in the movie, and of the cursor in its list
     bool offsetKnown;
-    int64_t nextOffset;     // of nextSample, when known
+    int64_t nextOffset;  // of nextSample, when known
 };
 
 /// Serialises delivery and seeking. Exists while a handle does; one for the module, as its heap.
@@ -55,17 +55,17 @@ struct Mp4Demux {
     /// The last enabled video track's, which leads navigation and seeking; null without one.
     kivmp4::TrackCursor* VideoCursor() const;
 
-    const ClientAllocator* allocator = nullptr;  // the player's
-    kivmp4::FileSource* source = nullptr;        // owned
-    kivmp4::FileMovie* movie = nullptr;          // owned; null until opened
+    const ClientAllocator* allocator = nullptr;   // the player's
+    kivmp4::FileSource* source = nullptr;         // owned
+    kivmp4::FileMovie* movie = nullptr;           // owned; null until opened
     kivmp4::TrackCursor* trackCursors = nullptr;  // owned; guarded by lock while the list changes
     kivmp4::TrackCursor* lastCursor = nullptr;
-    uint32_t trackCount = 0;                     // cursors in the list
+    uint32_t trackCount = 0;  // cursors in the list
     kivmp4::platform::LightMutex lock;
-    AccessUnit* activeUnit = nullptr;            // the player's record last delivered to
-    int64_t maxTrackOffset = 0x100000;           // bytes, as the player is told
+    AccessUnit* activeUnit = nullptr;   // the player's record last delivered to
+    int64_t maxTrackOffset = 0x100000;  // bytes, as the player is told
     int32_t logLevel = 1;
-    bool is3D = false;                           // the file name ends in ".m3d"
+    bool is3D = false;  // the file name ends in ".m3d"
 
 private:
     bool CheckExtension(const char* path);

@@ -9,7 +9,7 @@ using namespace kivmp4;
 
 namespace {
 
-constexpr int kSizeAsks = 561;      // the last one fails whatever it answers
+constexpr int kSizeAsks = 561;        // the last one fails whatever it answers
 constexpr uint32_t kSizeDelay = 900;  // microseconds
 
 // Over the candidate's four characters: a longer extension that begins with one of them matches too.

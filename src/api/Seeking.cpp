@@ -37,11 +37,15 @@ void MoveReference(const Mp4Demux& demux, TrackCursor& reference, int32_t sample
     reference.MoveTo(sample);
     const long long time = track.GetPresentationTime(sample);
     const long long offset = track.GetSampleOffset(sample);
-    if (forward) LogDebug(level, "JumpPTS", 872, "VIDEO: TrackTS[%lld] offset[%lld] Index[%d] ", time, offset, sample);
-    else         LogDebug(level, "JumpPTS", 895, "VIDEO: TrackTS[%lld] offset[%lld] Index[%d] ", time, offset, sample);
+    if (forward)
+        LogDebug(level, "JumpPTS", 872, "VIDEO: TrackTS[%lld] offset[%lld] Index[%d] ", time, offset, sample);
+    else
+        LogDebug(level, "JumpPTS", 895, "VIDEO: TrackTS[%lld] offset[%lld] Index[%d] ", time, offset, sample);
     const char isKey = track.GetPrevSyncSample(sample) == sample ? 'Y' : 'N';
-    if (forward) LogDebug(level, "JumpPTS", 874, " Is this an I-Frame:   %c", isKey);
-    else         LogDebug(level, "JumpPTS", 898, "JumpPTS():  Is this an I-Frame:   %c", isKey);
+    if (forward)
+        LogDebug(level, "JumpPTS", 874, " Is this an I-Frame:   %c", isKey);
+    else
+        LogDebug(level, "JumpPTS", 898, "JumpPTS():  Is this an I-Frame:   %c", isKey);
 }
 
 void MoveOther(const Mp4Demux& demux, TrackCursor& reference, int64_t referenceTime, TrackCursor& other, bool forward) {
@@ -87,7 +91,8 @@ int32_t JumpPTS(const Mp4Demux& demux, int64_t target) {
     TrackCursor* reported = OtherForReport(demux);
     if (!reference) {
         LogError(level, "JumpPTS", 815,  // one literal, so that it can be searched for
-                 "FileMovie::JumpPTS:  Video track is disables or no video track. Using the sample index of first enabled track");
+                 "FileMovie::JumpPTS:  Video track is disables or no video track. Using the sample index of first "
+                 "enabled track");
         reference = FirstEnabled(demux);
     } else if (!reference->HasSamplesLeft()) {
         LogError(level, "JumpPTS", 825, "Video Track has reached EOS");

@@ -16,30 +16,38 @@ void MoveOtherTracks(Mp4Demux& demux, TrackCursor& video, int64_t time, bool nex
             cursor->MoveTo(sample);
         const long long other = cursor->track->GetPresentationTime(cursor->nextSample);
         const long long own = video.track->GetPresentationTime(video.nextSample);
-        if (next) LogDebug(demux.logLevel, "GetNextSyncUnit", 1005, " audioTS[%lld]  Video[%lld] ", other, own);
-        else      LogDebug(demux.logLevel, "GetPrevSyncUnit", 955, " audioTS[%lld]  Video[%lld] ", other, own);
+        if (next)
+            LogDebug(demux.logLevel, "GetNextSyncUnit", 1005, " audioTS[%lld]  Video[%lld] ", other, own);
+        else
+            LogDebug(demux.logLevel, "GetPrevSyncUnit", 955, " audioTS[%lld]  Video[%lld] ", other, own);
     }
 }
 
 int32_t GetSyncUnit(Mp4Demux& demux, AccessUnit& unit, bool next) {
     const int32_t level = demux.logLevel;
     if (demux.trackCount == 0) {
-        if (next) LogError(level, "GetNextSyncUnit", 978, " There are not enough Tracks availabe ");
-        else      LogError(level, "GetPrevSyncUnit", 928, " There are not enough Tracks availabe  ");
+        if (next)
+            LogError(level, "GetNextSyncUnit", 978, " There are not enough Tracks availabe ");
+        else
+            LogError(level, "GetPrevSyncUnit", 928, " There are not enough Tracks availabe  ");
         return -1;
     }
     TrackCursor* video = demux.VideoCursor();
     if (!video) {
-        if (next) LogError(level, "GetNextSyncUnit", 984, " Couldn't get Video track ");
-        else      LogError(level, "GetPrevSyncUnit", 934, " Video Track not found ");
+        if (next)
+            LogError(level, "GetNextSyncUnit", 984, " Couldn't get Video track ");
+        else
+            LogError(level, "GetPrevSyncUnit", 934, " Video Track not found ");
         return -1;
     }
     int32_t sample = 0;
     int64_t time = 0;
     // Entries are taken as they stand: one past the track's end fails the fetch below.
     if (!video->track->GetSyncSampleIndex(next, video->nextSample, sample, time)) {
-        if (next) LogWarning(level, "GetNextSyncUnit", 993, " Unable to get next Sync Sample ");
-        else      LogWarning(level, "GetPrevSyncUnit", 943, " Unable to get previous Sync Sample  ");
+        if (next)
+            LogWarning(level, "GetNextSyncUnit", 993, " Unable to get next Sync Sample ");
+        else
+            LogWarning(level, "GetPrevSyncUnit", 943, " Unable to get previous Sync Sample  ");
         return 1;
     }
     video->MoveTo(sample);
@@ -50,8 +58,10 @@ int32_t GetSyncUnit(Mp4Demux& demux, AccessUnit& unit, bool next) {
     unit.trackIndex = video->index;
     if (FetchUnit(*video, demux.movie, &unit) != 0) {
         const int track = static_cast<int>(video->index);
-        if (next) LogError(level, "GetNextSyncUnit", 1023, " Error from GetNext for track %d ", track);
-        else      LogError(level, "GetPrevSyncUnit", 969, " Error from GetNext for track %d ", track);
+        if (next)
+            LogError(level, "GetNextSyncUnit", 1023, " Error from GetNext for track %d ", track);
+        else
+            LogError(level, "GetPrevSyncUnit", 969, " Error from GetNext for track %d ", track);
         return -1;
     }
     demux.activeUnit = &unit;

@@ -8,7 +8,7 @@ namespace {
 
 constexpr uint8_t kStartCode[] = {0, 0, 0, 1};
 constexpr int64_t kStartCodeSize = sizeof(kStartCode);
-constexpr size_t kSetCount = 5;   // record byte: number of sequence parameter sets in its low five bits
+constexpr size_t kSetCount = 5;  // record byte: number of sequence parameter sets in its low five bits
 constexpr size_t kFirstSet = 6;
 
 // Walks the parameter sets of a record: sequence sets first, then, behind a count of their own, picture sets.

@@ -14,7 +14,7 @@
 namespace kivmp4 {
 namespace {
 
-constexpr size_t kConfigLimit = 256;    // a configuration of this size or more is not handed out
+constexpr size_t kConfigLimit = 256;  // a configuration of this size or more is not handed out
 constexpr size_t kWaveformHeader = 20;
 
 // samplingFrequencyIndex (ISO/IEC 14496-3, 1.6.3.4); the escape to an explicit frequency is not followed.
@@ -64,20 +64,15 @@ bool ElementaryStream::GetCodecInfo(CodecInfo* record, uint32_t index) const {
     if (!record || index != 0)
         return false;
     switch (codecType) {
-    case CodecType::Mpeg4Visual:
-    case CodecType::OtherVideo:
-        FillVideo(*record, 0);
-        return true;
-    case CodecType::H264:
-        GetH264_SPSInformation(sps, *record, logLevel);
-        FillVideo(*record, 1);
-        return true;
-    case CodecType::Aac:
-        return GetType_AAC(*record);
-    case CodecType::OtherAudio:
-        return GetWaveformInfo(*record);
-    default:
-        return false;
+        case CodecType::Mpeg4Visual:
+        case CodecType::OtherVideo: FillVideo(*record, 0); return true;
+        case CodecType::H264:
+            GetH264_SPSInformation(sps, *record, logLevel);
+            FillVideo(*record, 1);
+            return true;
+        case CodecType::Aac: return GetType_AAC(*record);
+        case CodecType::OtherAudio: return GetWaveformInfo(*record);
+        default: return false;
     }
 }
 
@@ -133,10 +128,10 @@ bool ElementaryStream::SelectUnitHandler(const CodecInfo* requested) {
             break;
     }
     switch (codecType) {
-    case CodecType::Aac: unitHandler = ModuleNew<AacUnitHandler>(); break;
-    case CodecType::Mpeg4Visual: unitHandler = ModuleNew<ConfigPrefixUnitHandler>(Config()); break;
-    case CodecType::H264: unitHandler = ModuleNew<AvcUnitHandler>(Config()); break;
-    default: unitHandler = ModuleNew<PassThroughUnitHandler>(); break;
+        case CodecType::Aac: unitHandler = ModuleNew<AacUnitHandler>(); break;
+        case CodecType::Mpeg4Visual: unitHandler = ModuleNew<ConfigPrefixUnitHandler>(Config()); break;
+        case CodecType::H264: unitHandler = ModuleNew<AvcUnitHandler>(Config()); break;
+        default: unitHandler = ModuleNew<PassThroughUnitHandler>(); break;
     }
     return true;
 }

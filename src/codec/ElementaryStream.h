@@ -16,11 +16,11 @@ enum class CodecType : uint32_t {
     Unknown = 0,
     Mpeg4Visual = 1,
     H264 = 2,
-    OtherVideo = 3,         // no sample entry gives it
+    OtherVideo = 3,  // no sample entry gives it
     UncompressedVideo = 4,
     Aac = 5,
-    OtherAudio = 6,         // configured by a waveform-format header
-    Text = 7                // no sample entry gives it
+    OtherAudio = 6,  // configured by a waveform-format header
+    Text = 7         // no sample entry gives it
 };
 
 /// Filled while the movie is opened and only read afterwards, except for the selection. Not for two threads at once.
@@ -77,7 +77,7 @@ private:
     int64_t meanSampleDuration = 0;  // movie duration over number of samples, units of 100 microseconds
     uint32_t rawFourcc = 0;          // uncompressed video: the entry's type and depth
     uint32_t rawDepth = 0;
-    CodecInfo selectedInfo = {};     // the record last asked for, whatever came of it
+    CodecInfo selectedInfo = {};         // the record last asked for, whatever came of it
     UnitHandler* unitHandler = nullptr;  // owned
     H264SpsInfo sps = {};
     int32_t logLevel;

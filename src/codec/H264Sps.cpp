@@ -6,15 +6,19 @@
 namespace kivmp4 {
 namespace {
 
-constexpr size_t kNalHeader = 8;  // behind the 6-byte record header and the first 16-bit length
+constexpr size_t kNalHeader = 8;      // behind the 6-byte record header and the first 16-bit length
 constexpr uint32_t kFrameLimit = 15;  // one less than the standard's 16: meant
 
 bool HasChromaFields(uint8_t profile) {
     switch (profile) {
-    case 100: case 110: case 122: case 244: case 44: case 83: case 86:
-        return true;
-    default:
-        return false;
+        case 100:
+        case 110:
+        case 122:
+        case 244:
+        case 44:
+        case 83:
+        case 86: return true;
+        default: return false;
     }
 }
 
@@ -263,7 +267,8 @@ bool ReadHRD_Parameters(BitReader& bits) {
     if (!bits.ReadExpGolombCode(32, lessOne) || !bits.ReadBits(4, discarded) || !bits.ReadBits(4, discarded))
         return false;
     for (uint32_t cpb = 0; cpb <= lessOne; ++cpb)
-        if (!bits.ReadExpGolombCode(kNoLimit, discarded) || !bits.ReadExpGolombCode(kNoLimit, discarded) || !bits.ReadFlag(flag))
+        if (!bits.ReadExpGolombCode(kNoLimit, discarded) || !bits.ReadExpGolombCode(kNoLimit, discarded) ||
+            !bits.ReadFlag(flag))
             return false;
     for (int element = 0; element < 4; ++element)
         if (!bits.ReadBits(5, discarded))
@@ -276,30 +281,39 @@ uint32_t GetMaxDpbFrames(const H264SpsInfo& sps) {
     if (picture == 0)
         return 0;
     switch (sps.levelIdc) {  // MaxDpbMbs
-    case 10: return 396 / picture;
-    case 11: return 900 / picture;
-    case 12: case 13: case 20: return 2376 / picture;
-    case 21: return 4752 / picture;
-    case 22: case 30: return 8100 / picture;
-    case 31: return 18000 / picture;
-    case 32: return 20480 / picture;
-    case 40: case 41: return 32768 / picture;
-    case 42: return 34816 / picture;
-    case 50: return 110400 / picture;
-    case 51: return 184320 / picture;
-    default: return 0;
+        case 10: return 396 / picture;
+        case 11: return 900 / picture;
+        case 12:
+        case 13:
+        case 20: return 2376 / picture;
+        case 21: return 4752 / picture;
+        case 22:
+        case 30: return 8100 / picture;
+        case 31: return 18000 / picture;
+        case 32: return 20480 / picture;
+        case 40:
+        case 41: return 32768 / picture;
+        case 42: return 34816 / picture;
+        case 50: return 110400 / picture;
+        case 51: return 184320 / picture;
+        default: return 0;
     }
 }
 
 void UpgradeLevel(H264SpsInfo& sps, int32_t logLevel) {
     LogDebug(logLevel, "UpgradeLevel", 36, " Changing the LEVEL as the maxDecBuffer is not correct  \n");
     switch (sps.levelIdc) {
-    case 10: case 11: case 12: case 20: case 21: ++sps.levelIdc; break;
-    case 13: sps.levelIdc = 20; break;
-    case 22: sps.levelIdc = 30; break;
-    case 30: case 31: sps.levelIdc = 32; break;  // 30 passes over 31: meant
-    case 32: sps.levelIdc = 40; break;
-    default: break;
+        case 10:
+        case 11:
+        case 12:
+        case 20:
+        case 21: ++sps.levelIdc; break;
+        case 13: sps.levelIdc = 20; break;
+        case 22: sps.levelIdc = 30; break;
+        case 30:
+        case 31: sps.levelIdc = 32; break;  // 30 passes over 31: meant
+        case 32: sps.levelIdc = 40; break;
+        default: break;
     }
 }
 

@@ -30,9 +30,9 @@ size_t EsDescriptorPrefix(ByteView body) {
     size_t prefix = 3;  // ES_ID and flags
     if (flags & 0x80)   // streamDependenceFlag
         prefix = 5;
-    if (flags & 0x40)   // URL_Flag
+    if (flags & 0x40)  // URL_Flag
         prefix += size_t{1} + body.U8(prefix);
-    if (flags & 0x20)   // OCRstreamFlag
+    if (flags & 0x20)  // OCRstreamFlag
         prefix += 2;
     return prefix;
 }

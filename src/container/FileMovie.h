@@ -37,8 +37,8 @@ private:
     const ClientAllocator* allocator;  // borrowed
     IndexedList<Track> tracks;         // owned; guarded by lock while it changes
     platform::LightMutex lock;
-    uint32_t timescale = 0;            // units per second
-    int64_t duration = 0;              // timescale units
+    uint32_t timescale = 0;  // units per second
+    int64_t duration = 0;    // timescale units
     int64_t duration100us = 0;
     int32_t logLevel;
 };

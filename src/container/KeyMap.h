@@ -24,7 +24,7 @@ private:
     bool IsAscending();
     void BinarySearch(uint32_t sample, uint32_t first, uint32_t end);
 
-    Table entries;  // sample numbers from 1
+    Table entries;           // sample numbers from 1
     uint32_t syncCount = 0;  // of them; 0 for a table that is not used
     // The last lookup: what it asked for, the first entry above that, and its answer. A later sample goes on from there.
     uint32_t askedSample = 0;

@@ -74,9 +74,9 @@ private:
     int64_t size;
     uint32_t headerSize;
     uint32_t type;
-    IndexedList<Mp4Box> children;      // owned; guarded by lock while it changes
+    IndexedList<Mp4Box> children;  // owned; guarded by lock while it changes
     platform::LightMutex lock;
-    uint8_t* payload = nullptr;        // owned; the byte before it tells where it came from
+    uint8_t* payload = nullptr;  // owned; the byte before it tells where it came from
     std::atomic<int32_t> payloadRefs{0};
     std::atomic<int32_t> parentRefs{0};  // references taken on the parent, whose payload this box lies in
 };

@@ -77,34 +77,29 @@ bool ElementaryStream::ParseSampleEntry(uint32_t, int64_t meanDuration, Mp4Box& 
 // Classifies the entry and reads its fixed fields. @return false for an unknown type or a record cut short
 bool ElementaryStream::ReadEntryFields(Mp4Box& entry, ByteView content, uint32_t& childrenOffset) {
     switch (entry.GetType()) {
-    case FourCc("mp4v"):
-        codecType = CodecType::Mpeg4Visual;
-        break;
-    case FourCc("jvt1"):
-    case FourCc("avc1"):
-        codecType = CodecType::H264;
-        break;
-    case FourCc("rle "):
-    case FourCc("I420"):
-    case FourCc("YUY2"):
-        codecType = CodecType::UncompressedVideo;
-        rawFourcc = entry.GetType();
-        rawDepth = content.BE16(74);
-        break;
-    case FourCc("mp4a"):
-        codecType = CodecType::Aac;
-        childrenOffset = LocateSoundChildren(content, codecType);
-        return content.Has(8, 2);
-    case FourCc("lpcm"):
-    case FourCc("alaw"):
-    case FourCc("ulaw"):
-    case FourCc("samr"):
-    case FourCc("samw"):
-        codecType = CodecType::OtherAudio;
-        childrenOffset = kSoundChildren;
-        return true;
-    default:
-        return false;
+        case FourCc("mp4v"): codecType = CodecType::Mpeg4Visual; break;
+        case FourCc("jvt1"):
+        case FourCc("avc1"): codecType = CodecType::H264; break;
+        case FourCc("rle "):
+        case FourCc("I420"):
+        case FourCc("YUY2"):
+            codecType = CodecType::UncompressedVideo;
+            rawFourcc = entry.GetType();
+            rawDepth = content.BE16(74);
+            break;
+        case FourCc("mp4a"):
+            codecType = CodecType::Aac;
+            childrenOffset = LocateSoundChildren(content, codecType);
+            return content.Has(8, 2);
+        case FourCc("lpcm"):
+        case FourCc("alaw"):
+        case FourCc("ulaw"):
+        case FourCc("samr"):
+        case FourCc("samw"):
+            codecType = CodecType::OtherAudio;
+            childrenOffset = kSoundChildren;
+            return true;
+        default: return false;
     }
     width = content.BE16(24);
     height = content.BE16(26);
@@ -136,23 +131,18 @@ bool ElementaryStream::ReadConfigurationChild(Mp4Box& child, ByteView content, b
         return true;
     }
     switch (child.GetType()) {
-    case FourCc("d263"):
-    case FourCc("damr"):
-        stop = true;
-        return true;
-    case FourCc("esds"):
-        stop = true;
-        return ParseEsds(child);
-    case FourCc("wave"):
-        for (uint32_t position = 0; position < child.GetChildCount(); ++position) {
-            Mp4Box* inner = child.GetChild(position);
-            if (inner->GetType() == FourCc("esds") && ParseEsds(*inner))
-                break;
-        }
-        stop = codecConfigSize > 0;
-        return true;
-    default:
-        return true;
+        case FourCc("d263"):
+        case FourCc("damr"): stop = true; return true;
+        case FourCc("esds"): stop = true; return ParseEsds(child);
+        case FourCc("wave"):
+            for (uint32_t position = 0; position < child.GetChildCount(); ++position) {
+                Mp4Box* inner = child.GetChild(position);
+                if (inner->GetType() == FourCc("esds") && ParseEsds(*inner))
+                    break;
+            }
+            stop = codecConfigSize > 0;
+            return true;
+        default: return true;
     }
 }
 

@@ -47,8 +47,8 @@ private:
     uint32_t sampleCount = 0;   // within the payload when there is a size for each sample
     uint32_t constantSize = 0;  // 0: the table has a size for each sample
     bool offsets64 = false;
-    Table chunkMap;             // "stsc"
-    Table chunkOffsets;         // "stco" or "co64"
+    Table chunkMap;      // "stsc"
+    Table chunkOffsets;  // "stco" or "co64"
     // The "stsc" entry of the last look-up and the samples it covers.
     int32_t cacheFirstSample = 0;
     int32_t cacheEndSample = 0;

@@ -46,7 +46,9 @@ public:
     // Questions about one sample, answered by the tables.
     /// Samples with a size; compared with sample indices as a signed number.
     int32_t SampleCount() const { return sampleMap.Ask<int32_t>(0, &SampleMap::SampleCount); }
-    uint32_t GetSampleSize(int32_t sample) const { return sampleMap.Ask<uint32_t>(0, &SampleMap::GetSampleSize, sample); }
+    uint32_t GetSampleSize(int32_t sample) const {
+        return sampleMap.Ask<uint32_t>(0, &SampleMap::GetSampleSize, sample);
+    }
     int64_t GetSampleOffset(int32_t sample) { return sampleMap.Ask<int64_t>(0, &SampleMap::GetSampleOffset, sample); }
     int32_t GetPrevSyncSample(int32_t sample) { return keyMap.Ask(sample, &KeyMap::GetPrevSyncSample, sample); }
     int64_t GetDecodeTime(int32_t sample) { return timeStamps.Ask<int64_t>(0, &TimeStamps::GetDecodeTime, sample); }
@@ -102,30 +104,30 @@ private:
 
     const ClientAllocator* allocator;  // borrowed
     int32_t logLevel;
-    Mp4Box* trak = nullptr;            // borrowed; null marks an invalid track
+    Mp4Box* trak = nullptr;  // borrowed; null marks an invalid track
     uint32_t trackIndex;
-    uint32_t timescale = 0;            // media units per second
-    int64_t duration = 0;              // media units
-    char language[3] = {};             // ISO 639-2/T letters
-    Mp4Box* stbl = nullptr;            // borrowed
+    uint32_t timescale = 0;                    // media units per second
+    int64_t duration = 0;                      // media units
+    char language[3] = {};                     // ISO 639-2/T letters
+    Mp4Box* stbl = nullptr;                    // borrowed
     Owned<ElementaryStream> elementaryStream;  // never null in a valid track
     Owned<SampleMap> sampleMap;
     Owned<KeyMap> keyMap;
     Owned<TimeStamps> timeStamps;
-    uint32_t* syncSamples = nullptr;   // owned; syncSampleCount sample indices, video with "stss" only
+    uint32_t* syncSamples = nullptr;  // owned; syncSampleCount sample indices, video with "stss" only
     uint32_t syncSampleCount = 0;
-    bool syncAscending = true;         // the table is in order: a binary search finds its entries
+    bool syncAscending = true;  // the table is in order: a binary search finds its entries
     // What the searches read: 90 kHz ticks without the edit list's delay, filled by the first search from the columns
     // that are kept until then.
     RunColumns sttsColumns;
     RunColumns cttsColumns;
-    SampleArray decodeTimes;           // one for each sample that "stts" speaks of
-    SampleArray compositionOffsets;    // as far as "ctts" goes, video only
-    uint32_t sttsEntryCount = 0;       // 0 unless the table tells decode times
-    bool timesAscend = true;           // no time of the arrays is below the one before
-    SkipIndex greatestTimes;           // greatest time of all samples before each 64th, when they do not ascend
+    SampleArray decodeTimes;         // one for each sample that "stts" speaks of
+    SampleArray compositionOffsets;  // as far as "ctts" goes, video only
+    uint32_t sttsEntryCount = 0;     // 0 unless the table tells decode times
+    bool timesAscend = true;         // no time of the arrays is below the one before
+    SkipIndex greatestTimes;         // greatest time of all samples before each 64th, when they do not ascend
     bool mdhdVersion1 = false;
-    uint32_t matrix[9] = {};           // of "tkhd", as stored
+    uint32_t matrix[9] = {};  // of "tkhd", as stored
 };
 
 }  // namespace kivmp4

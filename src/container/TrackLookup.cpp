@@ -60,7 +60,8 @@ bool Track::FindSyncPair(uint32_t sample, bool afterIncluded, uint32_t& before, 
     if (syncAscending) {
         const uint32_t* first = syncSamples;
         const uint32_t* end = first + syncSampleCount;
-        const uint32_t* found = afterIncluded ? std::lower_bound(first, end, sample) : std::upper_bound(first, end, sample);
+        const uint32_t* found =
+            afterIncluded ? std::lower_bound(first, end, sample) : std::upper_bound(first, end, sample);
         entry = std::max<uint32_t>(static_cast<uint32_t>(found - first), 1);
     }
     for (; entry < syncSampleCount; ++entry) {

@@ -20,7 +20,8 @@ bool Track::ParseSTSS(Mp4Box& stss) {
         return false;
     syncSamples = AllocateWords(allocator, table.Count());
     if (!syncSamples) {
-        LogError(logLevel, "ParseSTSS", 652, " Cannot allocate memory of size(%d)", LowBits(uint64_t{table.Count()} * 4));
+        LogError(logLevel, "ParseSTSS", 652, " Cannot allocate memory of size(%d)",
+                 LowBits(uint64_t{table.Count()} * 4));
         return false;
     }
     syncSampleCount = table.Count();

@@ -181,9 +181,7 @@ bool BlockQueue::HoldsBack() const {
     return !needed && platform::MonotonicTime() < heldUntil;
 }
 
-bool BlockQueue::WantsBlock() const {
-    return count < kBlocks && blocks[0].data && !HoldsBack();
-}
+bool BlockQueue::WantsBlock() const { return count < kBlocks && blocks[0].data && !HoldsBack(); }
 
 bool BlockQueue::WantsAnother() {
     const platform::LockGuard guard(lock);

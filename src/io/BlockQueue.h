@@ -142,10 +142,10 @@ private:
     uint32_t count = 0;               // of them
     int64_t end = 0;
     uint32_t uses = 0;
-    uint32_t waiting = 0;      // reads that wait for a block
-    int64_t served = 0;        // bytes copied since the queue was last sent somewhere
-    int64_t holdTime = 0;      // nanoseconds: what the last fill took, within bounds
-    int64_t heldUntil = 0;     // until then filling is put off, unless reads need it
+    uint32_t waiting = 0;   // reads that wait for a block
+    int64_t served = 0;     // bytes copied since the queue was last sent somewhere
+    int64_t holdTime = 0;   // nanoseconds: what the last fill took, within bounds
+    int64_t heldUntil = 0;  // until then filling is put off, unless reads need it
 };
 
 }  // namespace kivmp4

@@ -177,7 +177,7 @@ void FileReader::Flush() {
     if (flushed.exchange(true))
         return;
     const CallersTurn turn(*this);  // after a fill under way, whose block goes too
-    queue.DropAll();  // which ends the waits for a block
+    queue.DropAll();                // which ends the waits for a block
 }
 
 void FileReader::ResumeBuffering() {

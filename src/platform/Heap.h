@@ -57,8 +57,8 @@ private:
     static constexpr uint32_t kMinUnits = 2;
     static constexpr uint32_t kColumns = 16;
     static constexpr uint32_t kRows = 29;
-    static constexpr int kBinScan = 64;      // blocks of one class that are tried before larger classes are,
-    static constexpr int kLastScan = 4096;   // and when those are empty
+    static constexpr int kBinScan = 64;     // blocks of one class that are tried before larger classes are,
+    static constexpr int kLastScan = 4096;  // and when those are empty
 
     Header& At(uint32_t position) const;
     Links& LinksAt(uint32_t position) const;
@@ -78,13 +78,13 @@ private:
     void CutTail(uint32_t position, uint32_t units);
     void Release(uint32_t position);
 
-    LightMutex lock;                     // guards everything below and all headers
-    uint8_t* base;                       // position p stands at base + 16 p
-    uint32_t end;                        // one behind the last unit
-    uint32_t secret;                     // differs from heap to heap
-    uint32_t rowMap;                     // bit r: some bin of row r is not empty
-    uint32_t columnMap[kRows];           // bit c: bin (r, c) is not empty
-    uint32_t heads[kRows][kColumns];     // first free block of each size class
+    LightMutex lock;                  // guards everything below and all headers
+    uint8_t* base;                    // position p stands at base + 16 p
+    uint32_t end;                     // one behind the last unit
+    uint32_t secret;                  // differs from heap to heap
+    uint32_t rowMap;                  // bit r: some bin of row r is not empty
+    uint32_t columnMap[kRows];        // bit c: bin (r, c) is not empty
+    uint32_t heads[kRows][kColumns];  // first free block of each size class
 };
 
 }  // namespace kivmp4::platform

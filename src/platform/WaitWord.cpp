@@ -36,8 +36,7 @@ void Pause() {
 
 }  // namespace
 
-const bool WaitWord::waitersSetBarriers =
-    syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
+const bool WaitWord::waitersSetBarriers = syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
 
 // @return whether the value has changed
 bool WaitWord::SpinWhile(uint32_t expected, int64_t deadline) const {
@@ -68,8 +67,6 @@ void WaitWord::WaitWhile(uint32_t expected, int64_t deadline) {
     sleepers.fetch_sub(1);
 }
 
-void WaitWord::WakeSleepers(int threads) {
-    syscall(kFutex, &value, FUTEX_WAKE_PRIVATE, threads, nullptr, nullptr, 0);
-}
+void WaitWord::WakeSleepers(int threads) { syscall(kFutex, &value, FUTEX_WAKE_PRIVATE, threads, nullptr, nullptr, 0); }
 
 }  // namespace kivmp4::platform

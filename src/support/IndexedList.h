@@ -49,7 +49,7 @@ public:
 
 private:
     struct Node {
-        T* value;        // borrowed
+        T* value;  // borrowed
         Node* next;
         Node* previous;
         uint32_t position;

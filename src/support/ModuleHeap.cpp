@@ -39,9 +39,7 @@ void* ModuleAlloc(uint32_t, size_t size) { return AllocateZeroed(size, 0); }
 
 void* ModuleAllocPayload(size_t size) { return AllocateZeroed(size, kPayloadMark); }
 
-void* ModuleAllocRaw(size_t alignment, size_t size) {
-    return moduleHeap->AllocateAligned(alignment, size);
-}
+void* ModuleAllocRaw(size_t alignment, size_t size) { return moduleHeap->AllocateAligned(alignment, size); }
 
 bool ModuleExtend(void* block, size_t size, size_t newSize) {
     if (!moduleHeap->Extend(block, newSize))
@@ -50,9 +48,7 @@ bool ModuleExtend(void* block, size_t size, size_t newSize) {
     return true;
 }
 
-bool ModuleOwnsPayload(const void* block, size_t size) {
-    return moduleHeap->Owns(block, size, kPayloadMark);
-}
+bool ModuleOwnsPayload(const void* block, size_t size) { return moduleHeap->Owns(block, size, kPayloadMark); }
 
 void ModuleFree(void* block) {
     if (block && moduleHeap)

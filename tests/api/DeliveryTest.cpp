@@ -46,34 +46,38 @@ TEST(Delivery, EndsAndRewinds) {
 
 TEST(Delivery, FormatsUnits) {
     const Bytes sps = Hex("67 64 00 0B AC D9 42 C4 E8 40"), pps = Hex("68 EE 3C 80"), n5 = Nal(5), none;
-    const Bytes visual = Hex("000001B0 03 000001B5 09 00000100"), layer = Hex("00000120 00 C4 88"), start = Hex("000001");
+    const Bytes visual = Hex("000001B0 03 000001B5 09 00000100"), layer = Hex("00000120 00 C4 88"),
+                start = Hex("000001");
     const Bytes wave = Hex("0600 0100 401F0000 401F0000 0100 0800 0000 0000"), plain = Prefixed(4, {n5});
     const Bytes set = Join({start, sps, Started({pps})});
     const auto record = [](const Bytes& avcC) { return VideoEntry("avc1", Box("avcC", avcC)); };
     const auto avc = [&](int lengthSize) { return record(AvcC(lengthSize, {sps}, {pps})); };
     const auto mp4v = [](const Bytes& config) { return VideoEntry("mp4v", Esds(config)); };
-    struct Case { const char* name; Bytes entry, sample, prefix, unit; };  // no `unit`: delivery fails
+    struct Case {
+        const char* name;
+        Bytes entry, sample, prefix, unit;
+    };  // no `unit`: delivery fails
     const Case cases[] = {
-        {"4-byte lengths",          avc(4), Prefixed(4, {n5, pps}), set, Started({n5, pps})},
-        {"2-byte lengths",          avc(2), Prefixed(2, {n5, pps}), set, Started({n5, pps})},
-        {"1-byte lengths",          avc(1), Prefixed(1, {n5, pps}), set, Started({n5, pps})},
-        {"empty unit in front",     avc(4), Prefixed(4, {none, n5}), set, Started({none, n5})},
-        {"empty unit at the end",   avc(4), Prefixed(4, {n5, none}), set, Started({n5})},
-        {"three stray bytes",       avc(4), Join({plain, Bytes(3)}), set, Started({n5})},
-        {"one byte too long",       avc(4), Put().U32(6).Raw(n5), none, none},
-        {"second unit too long",    avc(2), Put().Raw(Prefixed(2, {n5})).U16(9).Zero(8), none, none},
-        {"length of all ones",      avc(4), Put().U32(0xFFFFFFFF).Raw(n5), none, none},
-        {"two sets of each",        record(AvcC(4, {sps, n5}, {pps, n5})), plain,
-                                    Join({start, sps, start, n5, Started({pps, n5})}), Started({n5})},
-        {"no sequence set",         record(AvcC(4, {}, {pps})), plain, Started({pps}), Started({n5})},
-        {"record of four bytes",    record(Hex("01 64 00 0B")), plain, none, none},
-        {"sets behind the record",  record(Hex("01 64 00 0B FF E2 0002 6764 FFFF 00")), plain, none, none},
-        {"set counts missing",      record(Hex("01 64 00 0B FF")), plain, none, none},
-        {"visual headers dropped",  mp4v(Join({visual, layer})), n5, layer, n5},
-        {"layer header too short",  mp4v(Hex("00000120")), n5, none, n5},
-        {"AAC as it is",            AudioEntry("mp4a", Esds(Hex("1190"))), n5, none, n5},
-        {"waveform as it is",       AudioEntry("alaw", Esds(wave)), n5, none, n5},
-        {"larger than the heap",    avc(4), Prefixed(4, {Bytes(5 << 20)}), none, none},
+        {"4-byte lengths", avc(4), Prefixed(4, {n5, pps}), set, Started({n5, pps})},
+        {"2-byte lengths", avc(2), Prefixed(2, {n5, pps}), set, Started({n5, pps})},
+        {"1-byte lengths", avc(1), Prefixed(1, {n5, pps}), set, Started({n5, pps})},
+        {"empty unit in front", avc(4), Prefixed(4, {none, n5}), set, Started({none, n5})},
+        {"empty unit at the end", avc(4), Prefixed(4, {n5, none}), set, Started({n5})},
+        {"three stray bytes", avc(4), Join({plain, Bytes(3)}), set, Started({n5})},
+        {"one byte too long", avc(4), Put().U32(6).Raw(n5), none, none},
+        {"second unit too long", avc(2), Put().Raw(Prefixed(2, {n5})).U16(9).Zero(8), none, none},
+        {"length of all ones", avc(4), Put().U32(0xFFFFFFFF).Raw(n5), none, none},
+        {"two sets of each", record(AvcC(4, {sps, n5}, {pps, n5})), plain,
+         Join({start, sps, start, n5, Started({pps, n5})}), Started({n5})},
+        {"no sequence set", record(AvcC(4, {}, {pps})), plain, Started({pps}), Started({n5})},
+        {"record of four bytes", record(Hex("01 64 00 0B")), plain, none, none},
+        {"sets behind the record", record(Hex("01 64 00 0B FF E2 0002 6764 FFFF 00")), plain, none, none},
+        {"set counts missing", record(Hex("01 64 00 0B FF")), plain, none, none},
+        {"visual headers dropped", mp4v(Join({visual, layer})), n5, layer, n5},
+        {"layer header too short", mp4v(Hex("00000120")), n5, none, n5},
+        {"AAC as it is", AudioEntry("mp4a", Esds(Hex("1190"))), n5, none, n5},
+        {"waveform as it is", AudioEntry("alaw", Esds(wave)), n5, none, n5},
+        {"larger than the heap", avc(4), Prefixed(4, {Bytes(5 << 20)}), none, none},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -102,7 +106,8 @@ TEST(Delivery, GrowsThePayloadWithMarginAndKeepsWhatIsWritten) {
     Session session(movie);
     ASSERT_TRUE(session.Start());
     AccessUnit units[3] = {};
-    for (const size_t i : {0, 1, 2, 1})  // the first grows where it stands, the last has to move away from the block behind
+    for (const size_t i :
+         {0, 1, 2, 1})  // the first grows where it stands, the last has to move away from the block behind
         ASSERT_EQ(KivMp4GetNextUnit(session.demux, &units[i]), 0);
     for (const AccessUnit& unit : {units[0], units[1]})
         EXPECT_TRUE(Bytes(unit.payload, unit.payload + unit.size) == Started(many));
@@ -118,20 +123,49 @@ TEST(Delivery, GrowsThePayloadWithMarginAndKeepsWhatIsWritten) {
 
 TEST(Delivery, TellsTimes) {
     const uint32_t minusOne = 0xFFFFFFFF;
-    const auto edits = [](const Numbers& words, uint8_t version = 0) { return Box("edts", Words("elst", words, version)); };
+    const auto edits = [](const Numbers& words, uint8_t version = 0) {
+        return Box("edts", Words("elst", words, version));
+    };
     const auto times = [](const Numbers& words) { return Words("stts", words); };
     const Bytes one = times({1, 3, 1}), none;
     using Row = std::vector<int64_t>;  // decode time, presentation time, duration
-    struct Case { const char* name; uint32_t timescale; Bytes stts, ctts, edts; std::vector<Row> expected; };
+    struct Case {
+        const char* name;
+        uint32_t timescale;
+        Bytes stts, ctts, edts;
+        std::vector<Row> expected;
+    };
     const Case cases[] = {
-        {"composition", 30, one, Words("ctts", {2, 1, 2, 2, minusOne}, 1), none, {{0, 6000, 3000}, {3000, 0, 3000}, {6000, 3000, 3000}}},
+        {"composition",
+         30,
+         one,
+         Words("ctts", {2, 1, 2, 2, minusOne}, 1),
+         none,
+         {{0, 6000, 3000}, {3000, 0, 3000}, {6000, 3000, 3000}}},
         {"times run out", 90000, times({1, 1, 10}), Words("ctts", {1, 1, 5}), none, {{0, 5, 10}, {0, 0, 0}, {0, 0, 0}}},
-        {"delay", 30000, times({1, 3, 1000}), Words("ctts", {1, 3, 1000}), edits({2, 500, minusOne, 0, 1000, 0, 0}),
+        {"delay",
+         30000,
+         times({1, 3, 1000}),
+         Words("ctts", {1, 3, 1000}),
+         edits({2, 500, minusOne, 0, 1000, 0, 0}),
          {{45000, 48000, 3000}, {48000, 51000, 3000}, {51000, 54000, 3000}}},
-        {"delay in 64 bits", 90000, one, none, edits({2, 0, 500, minusOne, minusOne, 0, 0, 9, 0, 0, 0}, 1),
+        {"delay in 64 bits",
+         90000,
+         one,
+         none,
+         edits({2, 0, 500, minusOne, minusOne, 0, 0, 9, 0, 0, 0}, 1),
          {{45000, 45000, 1}, {45001, 45001, 1}, {45002, 45002, 1}}},
-        {"three edits", 90000, one, none, edits({3, 500, minusOne, 0, 9, 0, 0, 9, 0, 0}), {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}}},
-        {"media time 1 in 64 bits", 90000, one, none, edits({2, 0, 500, minusOne, minusOne, 0, 0, 9, 0, 1, 0}, 1),
+        {"three edits",
+         90000,
+         one,
+         none,
+         edits({3, 500, minusOne, 0, 9, 0, 0, 9, 0, 0}),
+         {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}}},
+        {"media time 1 in 64 bits",
+         90000,
+         one,
+         none,
+         edits({2, 0, 500, minusOne, minusOne, 0, 0, 9, 0, 1, 0}, 1),
          {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}}},
     };
     for (const Case& c : cases) {
@@ -228,10 +262,12 @@ TEST(Navigation, MovesAllTracks) {
     const std::string nextless = "E/ GetNextSyncUnit [984]:  Couldn't get Video track \n";
     const std::string backless = "E/ GetPrevSyncUnit [934]:  Video Track not found \n";
     const std::string reset = "D/ JumpPTS [864]:  Reset Demux to start of Video \n", key = "Is this an I-Frame:   Y\n";
-    const std::string nowhere = "E/ GetJumpSampleIndex [796]:  Jump index cannot be obtained  \n"
-                                "E/ JumpPTS [843]: FileMovie::JumpPTS:   GetJumpSampleIndex returned 0 \n";
-    const std::string audioLeads = "E/ JumpPTS [815]: FileMovie::JumpPTS:  Video track is disables or no video track. "
-                                   "Using the sample index of first enabled track\n";
+    const std::string nowhere =
+        "E/ GetJumpSampleIndex [796]:  Jump index cannot be obtained  \n"
+        "E/ JumpPTS [843]: FileMovie::JumpPTS:   GetJumpSampleIndex returned 0 \n";
+    const std::string audioLeads =
+        "E/ JumpPTS [815]: FileMovie::JumpPTS:  Video track is disables or no video track. "
+        "Using the sample index of first enabled track\n";
     struct Case {
         const char* name;
         Bytes stss;
@@ -244,27 +280,33 @@ TEST(Navigation, MovesAllTracks) {
         std::string line;
     };
     const Case cases[] = {
-        {"next from the start",        keys,      -1, 0,  kNext, 0, 0, 30, 46, "D/ GetNextSyncUnit [1005]:  audioTS[88320]  Video[90000] \n"},
-        {"next from the last",         keys,      -1, 60, kNext, 0, 1, 60, 0, noNext},
-        {"next from the end",          keys,      -1, 90, kNext, 0, 1, -1, 0, noNext},
-        {"back from after the last",   keys,      -1, 61, kBack, 0, 0, 0, 0, ""},
-        {"back from the second",       keys,      -1, 30, kBack, 0, 0, 0, 0, ""},
-        {"next without a table",       all,       -1, 10, kNext, 0, 1, 10, 0, noNext},
-        {"back without a table",       all,       -1, 10, kBack, 0, 1, 10, 0, noBack},
-        {"next, table not in order",   unordered, -1, 0,  kNext, 0, 0, 30, 46, ""},
-        {"next without video",         keys,      0,  5,  kNext, 0, -1, 5, 0, nextless},
-        {"back without video",         keys,      0,  5,  kBack, 0, -1, 5, 0, backless},
-        {"to the start",               keys,      -1, 50, kJump, 0, 0, 0, 0, reset},
-        {"a tie goes to the later",    keys,      -1, 50, kJump, 45000, 0, 30, 46, "D/ JumpPTS [898]: JumpPTS():  " + key},
-        {"tie between the others",     keys,      -1, 1,  kJump, 135000, 0, 60, 93, "D/ JumpPTS [888]: AUDIO/Text: OldIndex[0]\tNewIndex[93] TS[178560] offset["},
-        {"after the last key frame",   keys,      -1, 1,  kJump, 210000, 0, 70, 109, "D/ JumpPTS [874]:  Is this an I-Frame:   N\n"},
-        {"the last sample",            keys,      -1, 50, kJump, 267000, -2, 50, 0, nowhere},
-        {"before the start",           keys,      -1, 50, kJump, -1, -2, 50, 0, nowhere},
-        {"to one past the end",        beyond,    -1, 50, kJump, 255000, 0, -1, 0, "D/ JumpPTS [872]: VIDEO: TrackTS[0] offset[0] Index[95] \n"},
-        {"next is past the end",       beyond,    -1, 50, kNext, 0, -1, -1, 0, "E/ GetNextSyncUnit [1023]:  Error from GetNext for track 0 \n"},
-        {"jump without a table",       all,       -1, 10, kJump, 90000, -2, 10, 0, "E/ GetJumpSampleIndex [763]:  Cannot start \n"},
-        {"with the video at its end",  keys,      -1, 90, kJump, 0, -2, -1, 0, "E/ JumpPTS [825]: Video Track has reached EOS\n"},
-        {"led by audio",               keys,      0,  5,  kJump, 90000, 0, 29, 46, audioLeads},  // 88320 is in picture 29
+        {"next from the start", keys, -1, 0, kNext, 0, 0, 30, 46,
+         "D/ GetNextSyncUnit [1005]:  audioTS[88320]  Video[90000] \n"},
+        {"next from the last", keys, -1, 60, kNext, 0, 1, 60, 0, noNext},
+        {"next from the end", keys, -1, 90, kNext, 0, 1, -1, 0, noNext},
+        {"back from after the last", keys, -1, 61, kBack, 0, 0, 0, 0, ""},
+        {"back from the second", keys, -1, 30, kBack, 0, 0, 0, 0, ""},
+        {"next without a table", all, -1, 10, kNext, 0, 1, 10, 0, noNext},
+        {"back without a table", all, -1, 10, kBack, 0, 1, 10, 0, noBack},
+        {"next, table not in order", unordered, -1, 0, kNext, 0, 0, 30, 46, ""},
+        {"next without video", keys, 0, 5, kNext, 0, -1, 5, 0, nextless},
+        {"back without video", keys, 0, 5, kBack, 0, -1, 5, 0, backless},
+        {"to the start", keys, -1, 50, kJump, 0, 0, 0, 0, reset},
+        {"a tie goes to the later", keys, -1, 50, kJump, 45000, 0, 30, 46, "D/ JumpPTS [898]: JumpPTS():  " + key},
+        {"tie between the others", keys, -1, 1, kJump, 135000, 0, 60, 93,
+         "D/ JumpPTS [888]: AUDIO/Text: OldIndex[0]\tNewIndex[93] TS[178560] offset["},
+        {"after the last key frame", keys, -1, 1, kJump, 210000, 0, 70, 109,
+         "D/ JumpPTS [874]:  Is this an I-Frame:   N\n"},
+        {"the last sample", keys, -1, 50, kJump, 267000, -2, 50, 0, nowhere},
+        {"before the start", keys, -1, 50, kJump, -1, -2, 50, 0, nowhere},
+        {"to one past the end", beyond, -1, 50, kJump, 255000, 0, -1, 0,
+         "D/ JumpPTS [872]: VIDEO: TrackTS[0] offset[0] Index[95] \n"},
+        {"next is past the end", beyond, -1, 50, kNext, 0, -1, -1, 0,
+         "E/ GetNextSyncUnit [1023]:  Error from GetNext for track 0 \n"},
+        {"jump without a table", all, -1, 10, kJump, 90000, -2, 10, 0, "E/ GetJumpSampleIndex [763]:  Cannot start \n"},
+        {"with the video at its end", keys, -1, 90, kJump, 0, -2, -1, 0,
+         "E/ JumpPTS [825]: Video Track has reached EOS\n"},
+        {"led by audio", keys, 0, 5, kJump, 90000, 0, 29, 46, audioLeads},  // 88320 is in picture 29
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -277,7 +319,8 @@ TEST(Navigation, MovesAllTracks) {
         session.Enable(0, c.off != 0);
         session.Enable(1, c.off != 1);
         const int32_t result = c.move == kJump ? KivMp4JumpPTS(session.demux, c.time)
-                               : (c.move == kNext ? KivMp4GetNextSyncUnit : KivMp4GetPrevSyncUnit)(session.demux, &session.unit);
+                                               : (c.move == kNext ? KivMp4GetNextSyncUnit : KivMp4GetPrevSyncUnit)(
+                                                     session.demux, &session.unit);
         EXPECT_EQ(result, c.result);
         if (c.move != kJump && result == 0) {
             EXPECT_EQ(session.unit.dts, 3000 * c.video);
@@ -323,9 +366,12 @@ TEST(Navigation, SeeksByPresentationTimes) {
     Session session(movie);
     ASSERT_TRUE(session.Start());
     session.Enable(1, false);
-    struct Case { int64_t time, video; };
+    struct Case {
+        int64_t time, video;
+    };
     // Up to picture 44 times are 3000 n - 1500, from 45 on 3000 n + 4500.
-    const Case cases[] = {{58499, 19}, {58500, 20}, {61499, 20}, {139499, 44}, {139500, 45}, {2999, 0}, {3000, 1}, {265499, 86}};
+    const Case cases[] = {{58499, 19},  {58500, 20}, {61499, 20}, {139499, 44},
+                          {139500, 45}, {2999, 0},   {3000, 1},   {265499, 86}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.time);
         EXPECT_EQ(KivMp4JumpPTS(session.demux, c.time), 0);

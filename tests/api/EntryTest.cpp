@@ -14,12 +14,18 @@ TEST(Handle, ChecksTheExtension) {
     const std::string known = "D/ OpenCheck [413]: URI file extension OK\n";
     const std::string other = "D/ OpenCheck [463]: URI file extension OK\n";
     const std::string is3D = "D/ OpenCheck [410]: URI file extension OK [ 3D ]\n";
-    struct Case { const char* path; bool accepted; const std::string& line; };
+    struct Case {
+        const char* path;
+        bool accepted;
+        const std::string& line;
+    };
     const Case cases[] = {
-        {"clip.m4v", true, known},     {"song.m4a", true, known},     {"film.m3d", true, is3D},
-        {"dir.mov/file", true, known}, {"%s%n%d.mp4v", true, known},  {"a.mpd.mp4", true, known},
-        {"nodot", true, other},        {"", true, other},             {"a.m", true, other},
-        {"FILM.MP4", true, other},     {"stream.mpd4", false, dash},  {"a.mp4.ism/Manifest", false, smooth},
+        {"clip.m4v", true, known},    {"song.m4a", true, known},
+        {"film.m3d", true, is3D},     {"dir.mov/file", true, known},
+        {"%s%n%d.mp4v", true, known}, {"a.mpd.mp4", true, known},
+        {"nodot", true, other},       {"", true, other},
+        {"a.m", true, other},         {"FILM.MP4", true, other},
+        {"stream.mpd4", false, dash}, {"a.mp4.ism/Manifest", false, smooth},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.path);
@@ -41,7 +47,10 @@ TEST(Handle, ChecksTheExtension) {
 }
 
 TEST(Handle, PrintsWhatTheLevelAdmits) {
-    struct Case { int32_t level; bool error, warning, debug, info; };
+    struct Case {
+        int32_t level;
+        bool error, warning, debug, info;
+    };
     const Case cases[] = {{-1, 0, 0, 0, 0}, {0, 0, 0, 0, 0}, {1, 1, 0, 0, 0}, {2, 1, 1, 0, 0},
                           {3, 0, 0, 0, 1},  {4, 1, 1, 1, 1}, {5, 0, 0, 0, 0}};
     for (const Case& c : cases) {
@@ -54,7 +63,10 @@ TEST(Handle, PrintsWhatTheLevelAdmits) {
         EXPECT_EQ(KivMp4GetNextUnitData(session.demux, &byte), -1);
         EXPECT_EQ(KivMp4SetAvailableBW(session.demux, 7) + KivMp4GetAvailableBW(session.demux), -2);
         EXPECT_EQ(log.Has("E/ GetNextUnitData [1158]:  Not an active AU\n"), c.error);
-        EXPECT_EQ(log.Has("W/ SetAvailableBW [1270]:  Cannot set Bandwidth \nW/ GetAvailableBW [1294]:  Cannot set Bandwidth\n"), c.warning);
+        EXPECT_EQ(
+            log.Has(
+                "W/ SetAvailableBW [1270]:  Cannot set Bandwidth \nW/ GetAvailableBW [1294]:  Cannot set Bandwidth\n"),
+            c.warning);
         EXPECT_EQ(log.Has("D/ Movie [315]:  Num of valid tracks: 2 \n"), c.debug);
         EXPECT_EQ(log.Has("\tPic WxH:  176 x 144 \n\tFrame Cropping needed:\t N  \n"), c.info);
         EXPECT_EQ(log.Text().empty(), !c.error && !c.info) << log.Text();
@@ -71,8 +83,9 @@ TEST(Handle, RefusesNullArgumentsAndStaleHandles) {
         if (missing > 3)
             std::memset(functions[missing - 4], 0, sizeof(void*));
         void* block = missing == 0 ? nullptr : heap.data();
-        EXPECT_EQ(KivMp4Create(missing == 1 ? nullptr : "a.mp4", missing == 2 ? nullptr : &file, missing == 3 ? nullptr : &memory,
-                               block, heap.size(), 0, 0), nullptr);
+        EXPECT_EQ(KivMp4Create(missing == 1 ? nullptr : "a.mp4", missing == 2 ? nullptr : &file,
+                               missing == 3 ? nullptr : &memory, block, heap.size(), 0, 0),
+                  nullptr);
     }
     CodecInfo info = {};
     ASSERT_TRUE(first.Create());
@@ -80,7 +93,7 @@ TEST(Handle, RefusesNullArgumentsAndStaleHandles) {
     ASSERT_TRUE(first.Start());
     EXPECT_EQ(KivMp4GetTrackInfo(first.demux, 2, &info), -1);
     EXPECT_EQ(KivMp4GetTrackInfo(first.demux, -1, &info), 0);  // stands for track 0
-    EXPECT_EQ(first.Open(), -1);  // once only
+    EXPECT_EQ(first.Open(), -1);                               // once only
     EXPECT_EQ(first.duration, -1);
     EXPECT_EQ(KivMp4Open(first.demux, &first.tracks, nullptr), -1);
     EXPECT_EQ(KivMp4Open(first.demux, nullptr, &first.duration), -1);
@@ -107,7 +120,8 @@ Movie LargeMovie() {
 TEST(Handle, ComesAndGoes) {
     const Bytes content = Mp4Builder::Build(LargeMovie());
     const char* rounds = std::getenv("KIVMP4_ROUNDS");
-    for (uint32_t round = rounds ? static_cast<uint32_t>(std::atoi(rounds)) : 300; round > 0 && !HasFailure(); round--) {
+    for (uint32_t round = rounds ? static_cast<uint32_t>(std::atoi(rounds)) : 300; round > 0 && !HasFailure();
+         round--) {
         SCOPED_TRACE(round);
         Session session(content, size_t{1} << 20);
         session.file.delaySeed = round;
@@ -140,8 +154,9 @@ TEST(Handle, KeepsTheBytesWhileTrickModeSwitches) {
     const uint32_t wanted = 60000 / SweepStep();
     while (delivered < wanted && !HasFailure()) {
         const uint32_t choice = random() % 16;
-        int32_t (*const deliver)(Mp4Demux*, AccessUnit*) =
-            choice == 0 ? KivMp4GetNextSyncUnit : choice == 1 ? KivMp4GetPrevSyncUnit : KivMp4GetNextUnit;
+        int32_t (*const deliver)(Mp4Demux*, AccessUnit*) = choice == 0   ? KivMp4GetNextSyncUnit
+                                                           : choice == 1 ? KivMp4GetPrevSyncUnit
+                                                                         : KivMp4GetNextUnit;
         if (choice == 2) {
             EXPECT_EQ(KivMp4Rewind(session.demux), 0);
         } else if (choice < 8) {
@@ -154,7 +169,8 @@ TEST(Handle, KeepsTheBytesWhileTrickModeSwitches) {
         delivered++;
         const AccessUnit& unit = session.unit;
         const Bytes bytes(unit.payload, unit.payload + unit.size);
-        EXPECT_TRUE(bytes == (expected[{unit.trackIndex, unit.dts}])) << "track " << unit.trackIndex << " at " << unit.dts;
+        EXPECT_TRUE(bytes == (expected[{unit.trackIndex, unit.dts}]))
+            << "track " << unit.trackIndex << " at " << unit.dts;
     }
     stop = true;
     switching.join();

@@ -1,8 +1,8 @@
 // Holds the command's own reader against the module, unit by unit, over the same bytes.
 #pragma once
 
-#include "inspect/Samples.h"
 #include "inspect/Movie.h"
+#include "inspect/Samples.h"
 #include "support/Session.h"
 
 namespace kivmp4::test {

@@ -37,7 +37,8 @@ Numbers LongMap(uint32_t count, uint32_t perChunk) {
 Movie Generate(uint32_t seed) {
     std::minstd_rand random(seed);
     random.discard(10);
-    Movie movie{.tracks = {VideoTrack(20 + static_cast<uint32_t>(random() % 200)), AudioTrack(20 + static_cast<uint32_t>(random() % 200))}};
+    Movie movie{.tracks = {VideoTrack(20 + static_cast<uint32_t>(random() % 200)),
+                           AudioTrack(20 + static_cast<uint32_t>(random() % 200))}};
     const uint32_t scales[] = {90000, 48000, 44100, 600, 15360, 1000, 24000};
     for (Track& track : movie.tracks) {
         const auto count = static_cast<uint32_t>(track.samples.size());
@@ -67,7 +68,8 @@ TEST(Inspect, AgreesWithTheModuleOnGeneratedFiles) {
     for (uint32_t seed = 1; seed <= 60; seed++) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         const Movie movie = Generate(seed);
-        EXPECT_EQ(ExpectAgreement(Mp4Builder::Build(movie)), movie.tracks[0].samples.size() + movie.tracks[1].samples.size());
+        EXPECT_EQ(ExpectAgreement(Mp4Builder::Build(movie)),
+                  movie.tracks[0].samples.size() + movie.tracks[1].samples.size());
     }
     Movie constant{.tracks = {AudioTrack(50)}};  // sizes without a table
     for (Bytes& sample : constant.tracks[0].samples)
@@ -83,7 +85,8 @@ TEST(Inspect, AgreesWithTheModuleOnChunksOfManyLengths) {
         Movie movie{.tracks = {AudioTrack(80)}, .moovLast = true};
         const Bytes first = Mp4Builder::Build(movie);
         const std::string_view name = "mdat";
-        auto offset = static_cast<uint32_t>(std::search(first.begin(), first.end(), name.begin(), name.end()) - first.begin() + 4);
+        auto offset = static_cast<uint32_t>(std::search(first.begin(), first.end(), name.begin(), name.end()) -
+                                            first.begin() + 4);
         Numbers map = {0}, offsets = {0};
         for (uint32_t sample = 0, before = 0; sample < 80;) {
             const uint32_t length = std::min(80 - sample, static_cast<uint32_t>(1 + random() % 4));
@@ -103,11 +106,16 @@ TEST(Inspect, AgreesWithTheModuleOnChunksOfManyLengths) {
 }
 
 TEST(Inspect, TurnsMatricesIntoDegrees) {
-    struct Case { const char* name; int32_t a, b, c, d; int degrees; bool mirrored; };
+    struct Case {
+        const char* name;
+        int32_t a, b, c, d;
+        int degrees;
+        bool mirrored;
+    };
     const Case cases[] = {
-        {"upright", 1, 0, 0, 1, 0, false},          {"on its right side", 0, 1, -1, 0, 90, false},
-        {"upside down", -1, 0, 0, -1, 180, false},  {"on its left side", 0, -1, 1, 0, 270, false},
-        {"mirrored", -1, 0, 0, 1, 0, true},         {"askew", 1, 1, -1, 1, -1, false},
+        {"upright", 1, 0, 0, 1, 0, false},         {"on its right side", 0, 1, -1, 0, 90, false},
+        {"upside down", -1, 0, 0, -1, 180, false}, {"on its left side", 0, -1, 1, 0, 270, false},
+        {"mirrored", -1, 0, 0, 1, 0, true},        {"askew", 1, 1, -1, 1, -1, false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -140,7 +148,8 @@ TEST(Inspect, BelievesNoCount) {
 }
 
 TEST(Inspect, FindsWhereBoxesLie) {
-    const Bytes inner = Join({Box("free", Bytes(3)), Box("free", {}), Box("udta", Bytes(4)), Box64("trak", Box("tkhd", {}))});
+    const Bytes inner =
+        Join({Box("free", Bytes(3)), Box("free", {}), Box("udta", Bytes(4)), Box64("trak", Box("tkhd", {}))});
     const inspect::File file(Join({Box("ftyp", Put().Text("isom").U32(0).Text("mp42")), Box("moov", inner)}));
     const inspect::BoxTree tree(file);
     const inspect::Box& moov = *tree.Root().Child("moov");
@@ -154,13 +163,22 @@ TEST(Inspect, FindsWhereBoxesLie) {
 }
 
 TEST(Boxes, PathsAreMatchedLevelByLevel) {
-    struct Case { const char* pattern; const char* path; bool matches; };
+    struct Case {
+        const char* pattern;
+        const char* path;
+        bool matches;
+    };
     const Case cases[] = {
-        {"moov", "moov", true},                          {"moov", "moov/mvhd", false},
-        {"moov/trak", "moov/trak[1]", true},             {"moov/trak[1]", "moov/trak[0]", false},
-        {"moov/**/stts", "moov/trak[0]/mdia/stts", true}, {"**/stts", "stts", true},
-        {"moov/*", "moov/trak[0]", true},                {"moov/*", "moov/trak[0]/mdia", false},
-        {"**/**/**/stts/**/x", "a/b/c/d/e/f/g", false},  {"", "moov", false},
+        {"moov", "moov", true},
+        {"moov", "moov/mvhd", false},
+        {"moov/trak", "moov/trak[1]", true},
+        {"moov/trak[1]", "moov/trak[0]", false},
+        {"moov/**/stts", "moov/trak[0]/mdia/stts", true},
+        {"**/stts", "stts", true},
+        {"moov/*", "moov/trak[0]", true},
+        {"moov/*", "moov/trak[0]/mdia", false},
+        {"**/**/**/stts/**/x", "a/b/c/d/e/f/g", false},
+        {"", "moov", false},
     };
     for (const Case& c : cases)
         EXPECT_EQ(cli::Matches(c.pattern, c.path), c.matches) << c.pattern << " of " << c.path;
@@ -173,10 +191,18 @@ TEST(Boxes, ShowFieldsAndRowsOfTheirTables) {
     movie.back = Box("a\x1b[m", {1, 2, 3});
     const inspect::File file(Mp4Builder::Build(movie));
     const inspect::Movie read(file);
-    struct Case { const char* name; cli::BoxesOptions options; const char* part; };
+    struct Case {
+        const char* name;
+        cli::BoxesOptions options;
+        const char* part;
+    };
     const Case cases[] = {
-        {"header", {.path = "moov/mvhd"}, "moov/mvhd  at 0x20, 28 bytes, version 0, flags 0x000000, timescale 1000, duration 1000\n"},
-        {"brands", {.depth = 0}, "ftyp  at 0x0, 24 bytes, major_brand isom, minor_version 512, compatible_brands [\"isom\",\"mp42\"]\n"},
+        {"header",
+         {.path = "moov/mvhd"},
+         "moov/mvhd  at 0x20, 28 bytes, version 0, flags 0x000000, timescale 1000, duration 1000\n"},
+        {"brands",
+         {.depth = 0},
+         "ftyp  at 0x0, 24 bytes, major_brand isom, minor_version 512, compatible_brands [\"isom\",\"mp42\"]\n"},
         {"negative offset", {.path = "**/ctts", .entries = 9}, "entry_count 2\n    [1,-1]\n    [2,7]\n"},
         {"forged count", {.path = "**/stts", .entries = ~0u}, "entry_count 4294967295\n    [3,3000]\n"},
         {"strange type, its bytes", {.depth = 0, .hex = true}, "a\\x1b[m  at"},

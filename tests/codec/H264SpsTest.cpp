@@ -20,8 +20,15 @@ TEST(H264Sps, PassesEveryPartOfTheVui) {
     for (uint32_t parts = 0; parts < 1 << 8; parts++) {
         SCOPED_TRACE(parts);
         const auto has = [parts](int part) { return (parts >> part & 1) != 0; };
-        Sps fields{.scalingMatrix = has(0), .overscan = has(1), .signal = has(2), .colour = has(3), .chromaLocation = has(4),
-                   .timing = has(5), .nalHrd = has(6), .vclHrd = has(7), .buffering = 3};
+        Sps fields{.scalingMatrix = has(0),
+                   .overscan = has(1),
+                   .signal = has(2),
+                   .colour = has(3),
+                   .chromaLocation = has(4),
+                   .timing = has(5),
+                   .nalHrd = has(6),
+                   .vclHrd = has(7),
+                   .buffering = 3};
         if (has(0))
             fields.aspect = 255;
         const H264SpsInfo info = Analyse(fields);
@@ -38,10 +45,19 @@ TEST(H264Sps, PassesWhatStandsBeforeThePictureSize) {
     for (const uint32_t profile : {66, 77, 88, 100, 110, 122, 244})
         for (const uint32_t chroma : {0, 1, 2, 3})
             for (const uint32_t poc : {0, 1, 2}) {
-                const H264SpsInfo info = Analyse({.profile = profile, .chromaFormat = chroma, .scalingMatrix = chroma > 1,
-                                                  .log2MaxFrameNum = 9, .pocType = poc, .pocCycle = {1, 2, 30}, .refs = 1,
-                                                  .width = 120, .height = 68, .frameMbsOnly = poc != 2, .crop = {0, 1, 0, 4}});
-                EXPECT_EQ(info.picWidthInMbs * 1000 + info.picHeightInMapUnits, 120068u) << profile << ' ' << chroma << ' ' << poc;
+                const H264SpsInfo info = Analyse({.profile = profile,
+                                                  .chromaFormat = chroma,
+                                                  .scalingMatrix = chroma > 1,
+                                                  .log2MaxFrameNum = 9,
+                                                  .pocType = poc,
+                                                  .pocCycle = {1, 2, 30},
+                                                  .refs = 1,
+                                                  .width = 120,
+                                                  .height = 68,
+                                                  .frameMbsOnly = poc != 2,
+                                                  .crop = {0, 1, 0, 4}});
+                EXPECT_EQ(info.picWidthInMbs * 1000 + info.picHeightInMapUnits, 120068u)
+                    << profile << ' ' << chroma << ' ' << poc;
                 EXPECT_EQ(info.maxFrameNum, 512u);
                 EXPECT_EQ(info.frameCroppingFlag, 1);
             }
@@ -49,19 +65,25 @@ TEST(H264Sps, PassesWhatStandsBeforeThePictureSize) {
 
 // The sample aspect ratios of Table E-1, fractions cut off.
 TEST(H264Sps, KnowsTheAspectRatios) {
-    const std::pair<uint32_t, uint32_t> ratios[] = {{1, 1},   {1, 1},   {12, 11}, {10, 11}, {16, 11}, {40, 33},
-                                                    {24, 11}, {20, 11}, {32, 11}, {80, 33}, {18, 11}, {15, 11},
-                                                    {64, 33}, {160, 99}, {4, 3},  {3, 2},   {2, 1}};
+    const std::pair<uint32_t, uint32_t> ratios[] = {{1, 1},   {1, 1},    {12, 11}, {10, 11}, {16, 11}, {40, 33},
+                                                    {24, 11}, {20, 11},  {32, 11}, {80, 33}, {18, 11}, {15, 11},
+                                                    {64, 33}, {160, 99}, {4, 3},   {3, 2},   {2, 1}};
     for (uint32_t idc = 0; idc < std::size(ratios); idc++)
-        EXPECT_EQ(Analyse({.aspect = idc}).aspectRatio, static_cast<float>(ratios[idc].first / ratios[idc].second)) << idc;
+        EXPECT_EQ(Analyse({.aspect = idc}).aspectRatio, static_cast<float>(ratios[idc].first / ratios[idc].second))
+            << idc;
 }
 
 // MaxDpbMbs of Table A-1, and the steps of the level that are known.
 TEST(H264Sps, KnowsTheLevels) {
-    struct Level { uint8_t level; uint32_t macroblocks; uint8_t raised; };
-    const Level levels[] = {{9, 0, 9},       {10, 396, 11},   {11, 900, 12},    {12, 2376, 13},   {13, 2376, 20},  {20, 2376, 21},
-                            {21, 4752, 22},  {22, 8100, 30},  {30, 8100, 32},   {31, 18000, 32},  {32, 20480, 40}, {40, 32768, 40},
-                            {41, 32768, 41}, {42, 34816, 42}, {50, 110400, 50}, {51, 184320, 51}, {52, 0, 52}};
+    struct Level {
+        uint8_t level;
+        uint32_t macroblocks;
+        uint8_t raised;
+    };
+    const Level levels[] = {{9, 0, 9},        {10, 396, 11},   {11, 900, 12},   {12, 2376, 13},  {13, 2376, 20},
+                            {20, 2376, 21},   {21, 4752, 22},  {22, 8100, 30},  {30, 8100, 32},  {31, 18000, 32},
+                            {32, 20480, 40},  {40, 32768, 40}, {41, 32768, 41}, {42, 34816, 42}, {50, 110400, 50},
+                            {51, 184320, 51}, {52, 0, 52}};
     for (const Level& c : levels) {
         H264SpsInfo info = {};
         info.levelIdc = c.level;

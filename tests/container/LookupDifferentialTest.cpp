@@ -53,11 +53,13 @@ struct Walks {
         runFirst.push_back(INT32_MAX);
         int64_t now = 0;
         // A table counts up to the entry with which sample numbers would pass 2^31 - 1.
-        for (size_t i = 0; i < stts.size() && uint64_t{stts[i]} + static_cast<uint32_t>(timeFirst.back()) <= INT32_MAX; i += 2) {
+        for (size_t i = 0; i < stts.size() && uint64_t{stts[i]} + static_cast<uint32_t>(timeFirst.back()) <= INT32_MAX;
+             i += 2) {
             timeFirst.push_back(Low(timeFirst.back() + int64_t{stts[i]}));
             timeStart.push_back(timeStart.back() + Low(uint64_t{stts[i]} * stts[i + 1]));
             for (uint32_t k = 0; odds == ~0u && k < stts[i]; ++k, now += stts[i + 1])
-                decodeTimes.push_back(static_cast<uint64_t>(Quotient(static_cast<int64_t>(static_cast<uint64_t>(now) * 90000), timescale)));
+                decodeTimes.push_back(static_cast<uint64_t>(
+                    Quotient(static_cast<int64_t>(static_cast<uint64_t>(now) * 90000), timescale)));
         }
         times = decodeTimes;
         times.resize(10 * most);
@@ -153,16 +155,17 @@ struct Walks {
     }
 };
 
-template <typename Side> std::array<int64_t, 3> Ask(Side& side, uint32_t question, int32_t sample, int64_t ticks) {
+template <typename Side>
+std::array<int64_t, 3> Ask(Side& side, uint32_t question, int32_t sample, int64_t ticks) {
     int32_t index = -7;
     int64_t found = -7;
     switch (question) {
-    case 0: return {side.GetSampleOffset(sample), side.GetPrevSyncSample(sample)};
-    case 1: return {side.GetPresentationTime(sample)};
-    case 2: return {side.GetSampleDuration(sample)};
-    case 3: return {side.GetSampleIndex(ticks)};
-    case 4: return {side.GetJumpSampleIndex(ticks, index, found), index, found};
-    default: return {side.GetSyncSampleIndex(question == 5, sample, index, found), index, found};
+        case 0: return {side.GetSampleOffset(sample), side.GetPrevSyncSample(sample)};
+        case 1: return {side.GetPresentationTime(sample)};
+        case 2: return {side.GetSampleDuration(sample)};
+        case 3: return {side.GetSampleIndex(ticks)};
+        case 4: return {side.GetJumpSampleIndex(ticks, index, found), index, found};
+        default: return {side.GetSyncSampleIndex(question == 5, sample, index, found), index, found};
     }
 }
 
@@ -178,9 +181,12 @@ TEST(Track, AnswersAsPlainWalksDo) {
         Track video = VideoTrack(0);
         video.timescale = walks.timescale;
         video.replace = {{"edts", Box("edts", Words("elst", {2, 100, ~0u, 1, 1000, 0, 1}))},  // a delay of 9000 ticks
-                         {"stts", table("stts", walks.stts, 2)}, {"ctts", table("ctts", walks.ctts, 2)},
-                         {"stsc", table("stsc", walks.stsc, 3)}, {"stco", table("stco", walks.chunks, 1)},
-                         {"stsz", table("stsz", walks.sizes, 1)}, {"stss", table("stss", stss, 1)}};
+                         {"stts", table("stts", walks.stts, 2)},
+                         {"ctts", table("ctts", walks.ctts, 2)},
+                         {"stsc", table("stsc", walks.stsc, 3)},
+                         {"stco", table("stco", walks.chunks, 1)},
+                         {"stsz", table("stsz", walks.sizes, 1)},
+                         {"stss", table("stss", stss, 1)}};
         BoxTree tree(Mp4Builder::Build({.tracks = {video}}), size_t{1} << 20);
         const ClientAllocator* memory = tree.memory.Interface();
         FileMovie movie(ModuleNew<Mp4Box>(memory, &tree.source, int64_t{0}, tree.source.GetSize(), 0u, 0u), memory, 0);

@@ -9,7 +9,12 @@ namespace kivmp4::test {
 namespace {
 
 TEST(Mp4Box, WalksChildrenAsFarAsTheyFit) {
-    struct Case { const char* name; Bytes file; uint32_t children; int64_t lastSize; };
+    struct Case {
+        const char* name;
+        Bytes file;
+        uint32_t children;
+        int64_t lastSize;
+    };
     const Bytes moov = Box("moov", {}), mdat = Box("mdat", Hex("01 02")), skip = Box("free", {});
     const Case cases[] = {
         {"ends behind the later of moov and mdat", Join({skip, moov, mdat, skip, skip}), 3, 10},
@@ -39,7 +44,8 @@ TEST(Mp4Box, WalksChildrenAsFarAsTheyFit) {
 }
 
 TEST(Mp4Box, LoadsOnceAndCountsReferences) {
-    for (const size_t content : {size_t{1016}, size_t{1017}}) {  // the last in the module heap, the first from the player
+    for (const size_t content :
+         {size_t{1016}, size_t{1017}}) {  // the last in the module heap, the first from the player
         SCOPED_TRACE(content);
         const Bytes inner = Box("stco", Bytes(8, 0x11));
         BoxTree tree(Box("stbl", Join({inner, Bytes(content - inner.size(), 0)})));

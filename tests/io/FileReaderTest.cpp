@@ -16,7 +16,8 @@ constexpr int64_t kBlock = 0x10000;
 
 Bytes Pattern(int64_t size) {
     Bytes bytes(static_cast<size_t>(size));
-    std::generate(bytes.begin(), bytes.end(), [random = std::mt19937(11)]() mutable { return static_cast<uint8_t>(random()); });
+    std::generate(bytes.begin(), bytes.end(),
+                  [random = std::mt19937(11)]() mutable { return static_cast<uint8_t>(random()); });
     return bytes;
 }
 
@@ -88,7 +89,8 @@ TEST(FileReader, RefusesReadsBeyondTheEndAndReadsRawInTrickMode) {
                                                    {INT64_MIN, 1}, {30000, 70001}, {100001, 0}};
     for (const auto& [offset, size] : beyond)
         EXPECT_EQ(s.Read(offset, size), ReadStatus::Failed) << offset;
-    EXPECT_TRUE(log.Has("E/ Read [256]: Read():  File End reached. Cannot get 1001 at 99000 as it crosses 100000 \n\n"));
+    EXPECT_TRUE(
+        log.Has("E/ Read [256]: Read():  File End reached. Cannot get 1001 at 99000 as it crosses 100000 \n\n"));
     s.reader->Flush();
     s.reader->Flush();
     s.ExpectBytes(77, 7);

@@ -23,7 +23,11 @@ struct Arena {
 TEST(Heap, KeepsBlocksApartAndComesBackWhole) {
     Arena arena(1 << 20);
     Heap& heap = *arena.heap;
-    struct Live { uint8_t* block; size_t size; uint8_t mark; };
+    struct Live {
+        uint8_t* block;
+        size_t size;
+        uint8_t mark;
+    };
     std::vector<Live> live;
     std::mt19937 random(7);
     for (int step = 0; step < 30000; ++step) {
@@ -61,7 +65,8 @@ TEST(Heap, FindsTheLargestOfManyBlocksOfAClass) {
     do
         blocks.push_back(heap.Allocate(16) ? heap.Allocate(1024) : nullptr);
     while (blocks.back());
-    while (heap.Allocate(16)) {}
+    while (heap.Allocate(16)) {
+    }
     for (void* block : blocks)
         heap.Free(block);
     EXPECT_EQ(heap.Allocate(1056), blocks[0]);
@@ -75,7 +80,8 @@ TEST(Heap, IgnoresWhatIsNoLiveBlockOfIt) {
     uint8_t elsewhere[64];
     std::fill_n(second, 100, uint8_t{0x5A});
     uint8_t* const start = arena.memory.data();
-    for (uint8_t* foreign : {static_cast<uint8_t*>(nullptr), elsewhere, second + 1, second + 16, start, start + 65520}) {
+    for (uint8_t* foreign :
+         {static_cast<uint8_t*>(nullptr), elsewhere, second + 1, second + 16, start, start + 65520}) {
         heap.Free(foreign);
         EXPECT_FALSE(heap.Owns(foreign, 1));
         EXPECT_FALSE(heap.Extend(foreign, 50));

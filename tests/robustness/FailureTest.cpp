@@ -14,8 +14,10 @@ FailingCall *heapCalls = nullptr, *systemCalls = nullptr;  // of the run that is
     result Wrap##function parameters asm("__wrap_" name);                      \
     result Wrap##function parameters { return calls && calls->Fails() ? failure : Real##function arguments; }
 FAILING(heapCalls, nullptr, void*, Heap, KIVMP4_HEAP_ALLOCATE, (void* heap, size_t n, uint32_t mark), (heap, n, mark))
-FAILING(heapCalls, nullptr, void*, Aligned, KIVMP4_HEAP_ALIGNED, (void* heap, size_t to, size_t n, uint32_t mark), (heap, to, n, mark))
-FAILING(systemCalls, EAGAIN, int, Thread, "pthread_create", (void* id, void* how, void* run, void* with), (id, how, run, with))
+FAILING(heapCalls, nullptr, void*, Aligned, KIVMP4_HEAP_ALIGNED, (void* heap, size_t to, size_t n, uint32_t mark),
+        (heap, to, n, mark))
+FAILING(systemCalls, EAGAIN, int, Thread, "pthread_create", (void* id, void* how, void* run, void* with),
+        (id, how, run, with))
 FAILING(systemCalls, -1, int32_t, Lock, KIVMP4_LOCK_CREATE, (void* lock, const char* name), (lock, name))
 
 namespace {
@@ -24,9 +26,11 @@ using Fault = MemoryFile::Fault;
 
 // Small tables come from the heap, those above 1024 bytes from the player.
 std::vector<Bytes> Files() {
-    Movie video{.tracks = {VideoTrack(30)}}, sound{.tracks = {AudioTrack(30)}}, many{.tracks = {AudioTrack(30), VideoTrack(300)}};
+    Movie video{.tracks = {VideoTrack(30)}}, sound{.tracks = {AudioTrack(30)}},
+        many{.tracks = {AudioTrack(30), VideoTrack(300)}};
     const Bytes delay = Box("edts", Words("elst", {2, 500, 0xFFFFFFFF, 0, 9, 0, 0}));
-    video.tracks[0].replace = {{"stss", Words("stss", {3, 1, 11, 21})}, {"ctts", Words("ctts", {1, 30, 3000})}, {"edts", delay}};
+    video.tracks[0].replace = {
+        {"stss", Words("stss", {3, 1, 11, 21})}, {"ctts", Words("ctts", {1, 30, 3000})}, {"edts", delay}};
     video.tracks[0].samples[5] = Prefixed(4, {Nal(70000)});  // read past the buffer
     const Bytes offsets = FullBox("ctts", Put().U32(300).Each(Numbers(600, 1), 4));
     many.tracks[1].replace = {{"stss", FullBox("stss", Put().U32(300).Each(Numbers(300, 1), 4))}, {"ctts", offsets}};
@@ -37,7 +41,12 @@ std::vector<Bytes> Files() {
 
 TEST(Failures, OfEveryCallEndInADocumentedResult) {
     enum Victim { Heap, System, Memory, Read };
-    struct Way { const char* name; Victim victim; Fault fault; uint32_t count; };
+    struct Way {
+        const char* name;
+        Victim victim;
+        Fault fault;
+        uint32_t count;
+    };
     const Way ways[] = {
         {"heap once", Heap, Fault::None, 1},
         {"heap for ever", Heap, Fault::None, FailingCall::kForEver},
@@ -68,7 +77,8 @@ TEST(Failures, OfEveryCallEndInADocumentedResult) {
                 systemCalls = &system;
                 Session session(content);
                 session.file.fault = way.fault;
-                FailingCall& victim = *std::array{&heap, &system, &session.memory.failing, &session.file.failing}[way.victim];
+                FailingCall& victim =
+                    *std::array{&heap, &system, &session.memory.failing, &session.file.failing}[way.victim];
                 victim.first = n;
                 if (way.victim == Heap && way.fault == Fault::Empty)
                     session.memory.failing.first = 0;
@@ -93,11 +103,19 @@ TEST(Failures, OfEveryCallEndInADocumentedResult) {
 TEST(Failures, OfAPlayerThatTakesItsWordBack) {
     const Bytes content = Files()[0];
     const auto size = static_cast<int64_t>(content.size());
-    struct Case { const char* name; int64_t firstSize; uint32_t asks; bool opens; };
+    struct Case {
+        const char* name;
+        int64_t firstSize;
+        uint32_t asks;
+        bool opens;
+    };
     const Case cases[] = {
         {"never known", 0, FailingCall::kForEver, false},
-        {"known late", 0, 20, true},       {"negative at first", -size, 20, true}, {"grows", size / 2, 1, true},
-        {"grows late", size - 9, 3, true}, {"shrinks", size + 5000, 1, false},
+        {"known late", 0, 20, true},
+        {"negative at first", -size, 20, true},
+        {"grows", size / 2, 1, true},
+        {"grows late", size - 9, 3, true},
+        {"shrinks", size + 5000, 1, false},
         {"endless", std::numeric_limits<int64_t>::max(), 1, false},
     };
     for (const Case& c : cases) {
@@ -121,7 +139,8 @@ TEST(Failures, OfAPlayerThatTakesItsWordBack) {
 TEST(Failures, OfAHeapOfAnySize) {
     const Bytes content = Files()[2];
     int opened = 0;
-    for (size_t capacity = 0; capacity < 260000; capacity += capacity < 6000 || capacity > 196608 ? 64 * SweepStep() : 50000) {
+    for (size_t capacity = 0; capacity < 260000;
+         capacity += capacity < 6000 || capacity > 196608 ? 64 * SweepStep() : 50000) {
         SCOPED_TRACE(capacity);
         Session session(content, capacity, capacity / 64 % 8);
         const bool open = session.Open() == 0;

@@ -21,7 +21,8 @@ Movie OneChunk(uint32_t n) {
 }
 
 Movie Nals(uint32_t n) {
-    Track track{.entry = VideoEntry("avc1", Box("avcC", AvcC(1, {}, {}))), .samples = {Prefixed(1, std::vector<Bytes>(n, {9}))}};
+    Track track{.entry = VideoEntry("avc1", Box("avcC", AvcC(1, {}, {}))),
+                .samples = {Prefixed(1, std::vector<Bytes>(n, {9}))}};
     return {.tracks = {track}, .back = kBehind};
 }
 
@@ -61,15 +62,31 @@ double SecondsFor(const Bytes& content, size_t units) {
 }
 
 TEST(Limits, WorkGrowsWithTheFile) {
-    struct Case { const char* name; Movie (*build)(uint32_t); uint32_t n, units; };
+    struct Case {
+        const char* name;
+        Movie (*build)(uint32_t);
+        uint32_t n, units;
+    };
     const Case cases[] = {
         {"empty boxes", Boxes, 500000, 3},
         {"tracks", [](uint32_t n) { return Movie{.tracks = std::vector<Track>(n, AudioTrack(2))}; }, 10000, 100},
         {"samples in one chunk", OneChunk, 300000, 0},
         {"units of one byte in a sample", Nals, 1 << 19, 1},
-        {"chunk map entries without samples", [](uint32_t n) { return LongTable("stsc", {1, 1, 1}, {2, 0, 1}, {2, 1, 1}, n); }, 1000000, 40},
-        {"times of no sample", [](uint32_t n) { return LongTable("stts", {10, 3000}, {0, 3000}, {20, 3000}, n); }, 1000000, 60},
-        {"offsets of no sample", [](uint32_t n) { return LongTable("ctts", {10, 0}, {0, 3000}, {20, 3000}, n); }, 1000000, 60},
+        {"chunk map entries without samples",
+         [](uint32_t n) {
+             return LongTable("stsc", {1, 1, 1}, {2, 0, 1}, {2, 1, 1}, n);
+         },
+         1000000, 40},
+        {"times of no sample",
+         [](uint32_t n) {
+             return LongTable("stts", {10, 3000}, {0, 3000}, {20, 3000}, n);
+         },
+         1000000, 60},
+        {"offsets of no sample",
+         [](uint32_t n) {
+             return LongTable("ctts", {10, 0}, {0, 3000}, {20, 3000}, n);
+         },
+         1000000, 60},
         {"sample numbers that wrap", WrappingNumbers, 200000, 60},
     };
     for (const Case& c : cases) {

@@ -22,7 +22,8 @@ void Require(bool holds, const char* what) {
 const std::vector<uint8_t>& Content() {
     static const std::vector<uint8_t> content = [] {
         std::vector<uint8_t> bytes(kFileSize);
-        std::generate(bytes.begin(), bytes.end(), [random = std::mt19937(3)]() mutable { return static_cast<uint8_t>(random()); });
+        std::generate(bytes.begin(), bytes.end(),
+                      [random = std::mt19937(3)]() mutable { return static_cast<uint8_t>(random()); });
         return bytes;
     }();
     return content;
@@ -32,12 +33,12 @@ const std::vector<uint8_t>& Content() {
 class World {
 public:
     // The player's ways; to be set before Open.
-    uint32_t emptyAnswers = 0;           // of `read`, before each answer with bytes
-    uint32_t answers = UINT32_MAX;       // with bytes; from then on it has nothing
-    uint32_t shortRead = UINT32_MAX;     // the read that brings a byte less than asked
-    uint32_t unknownSizes = 0;           // the first answers of getSize
-    int64_t firstSize = 0;               // what they are
-    uint32_t readTime = 200;             // microseconds
+    uint32_t emptyAnswers = 0;        // of `read`, before each answer with bytes
+    uint32_t answers = UINT32_MAX;    // with bytes; from then on it has nothing
+    uint32_t shortRead = UINT32_MAX;  // the read that brings a byte less than asked
+    uint32_t unknownSizes = 0;        // the first answers of getSize
+    int64_t firstSize = 0;            // what they are
+    uint32_t readTime = 200;          // microseconds
 
     void Open() {
         static std::vector<uint8_t> heap(kHeapSize);
@@ -115,7 +116,9 @@ private:
         this,
         [](void* c, const char*, uint32_t) { return Of(c)->isOpen = true, 0; },
         [](void* c) { return Of(c)->isOpen = false, 0; },
-        [](void* c, void* destination, int64_t offset, uint32_t size) { return Of(c)->AnswerRead(destination, offset, size); },
+        [](void* c, void* destination, int64_t offset, uint32_t size) {
+            return Of(c)->AnswerRead(destination, offset, size);
+        },
         [](void* c) { return Of(c)->AnswerSize(); },
     };
     bool isOpen = false, inRead = false;
@@ -314,7 +317,8 @@ void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.nam
 class Schedules : public testing::TestWithParam<Scenario> {};
 
 TEST_P(Schedules, AreAllRight) {
-    Scheduler measured(0, 1, 1);  // so that a seed's changes of order fall into the scenario's length, whichever is first
+    Scheduler measured(0, 1,
+                       1);  // so that a seed's changes of order fall into the scenario's length, whichever is first
     ASSERT_EQ(measured.Run(GetParam().run), "");
     const uint32_t first = FromEnvironment("KIVMP4_FIRST_SEED", 0);
     const uint32_t count = FromEnvironment("KIVMP4_SCHEDULES", 1000);
@@ -326,11 +330,11 @@ TEST_P(Schedules, AreAllRight) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Reader, Schedules,
-                         testing::Values(Scenario{"OpenAndReadOn", OpenAndReadOn}, Scenario{"SkipsForward", SkipsForward},
-                                         Scenario{"ReadsAhead", ReadsAhead}, Scenario{"Jumps", Jumps},
-                                         Scenario{"TrickModeUnderReads", TrickModeUnderReads},
-                                         Scenario{"TrickModeBegins", TrickModeBegins}, Scenario{"TwoReads", TwoReads}, Scenario{"LargeReads", LargeReads},
-                                         Scenario{"StopsAtOnce", StopsAtOnce},
+                         testing::Values(Scenario{"OpenAndReadOn", OpenAndReadOn},
+                                         Scenario{"SkipsForward", SkipsForward}, Scenario{"ReadsAhead", ReadsAhead},
+                                         Scenario{"Jumps", Jumps}, Scenario{"TrickModeUnderReads", TrickModeUnderReads},
+                                         Scenario{"TrickModeBegins", TrickModeBegins}, Scenario{"TwoReads", TwoReads},
+                                         Scenario{"LargeReads", LargeReads}, Scenario{"StopsAtOnce", StopsAtOnce},
                                          Scenario{"StopsBesideAFullPool", StopsBesideAFullPool},
                                          Scenario{"StopsUnderReads", StopsUnderReads}, Scenario{"FillFails", FillFails},
                                          Scenario{"EmptyHanded", EmptyHanded}, Scenario{"LateSize", LateSize}),

@@ -91,7 +91,8 @@ void Scheduler::Join(uint32_t thread) {
 uint32_t Scheduler::Highest() const {
     uint32_t found = kNobody;
     for (uint32_t i = 0; i < fibers.size(); i++)
-        if (!fibers[i]->ended && !fibers[i]->blocked && (found == kNobody || fibers[i]->priority > fibers[found]->priority))
+        if (!fibers[i]->ended && !fibers[i]->blocked &&
+            (found == kNobody || fibers[i]->priority > fibers[found]->priority))
             found = i;
     return found;
 }

@@ -31,7 +31,8 @@ private:
             return nullptr;
         auto raw = std::make_unique<uint8_t[]>(size + 2 * alignment);
         // Odd multiples of the alignment only: address % (2 * alignment) == alignment.
-        uint8_t* block = raw.get() + (3 * alignment - reinterpret_cast<uintptr_t>(raw.get()) % (2 * alignment)) % (2 * alignment);
+        uint8_t* block =
+            raw.get() + (3 * alignment - reinterpret_cast<uintptr_t>(raw.get()) % (2 * alignment)) % (2 * alignment);
         std::fill_n(block, size, uint8_t{0xC7});
         blocks[block] = std::move(raw);
         return block;

@@ -1,10 +1,10 @@
 // Redirects standard error into a temporary file for its life, whichever thread writes there.
 #pragma once
 
+#include <unistd.h>
 #include <cstdint>
 #include <cstdio>
 #include <string>
-#include <unistd.h>
 
 extern "C" [[gnu::weak]] void __sanitizer_set_report_fd(void*);  // null without a sanitizer
 

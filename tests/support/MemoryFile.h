@@ -15,7 +15,8 @@ namespace kivmp4::test {
 
 class MemoryFile {
     std::mutex lock;
-    template <class Work> auto Locked(Work work) {
+    template <class Work>
+    auto Locked(Work work) {
         const std::lock_guard<std::mutex> guard(lock);
         return work();
     }
@@ -33,13 +34,17 @@ public:
     uint32_t firstAsks = 0;
     bool refuseOpen = false;
     int64_t holeAt = 0, holeSize = 0;  // so many zero bytes more stand in the file in front of the byte at `holeAt`
-    uint32_t delaySeed = 0;  // not 0: random waits of up to 200 microseconds in `read`
+    uint32_t delaySeed = 0;            // not 0: random waits of up to 200 microseconds in `read`
 
     FileInterface* Interface() { return &interface; }
     int Opens() const { return opens; }
     int Closes() const { return closes; }
-    std::vector<int64_t> Reads() { return Locked([&] { return reads; }); }
-    std::vector<std::string> Violations() { return Locked([&] { return violations; }); }
+    std::vector<int64_t> Reads() {
+        return Locked([&] { return reads; });
+    }
+    std::vector<std::string> Violations() {
+        return Locked([&] { return violations; });
+    }
 
 private:
     uint32_t Read(void* destination, int64_t offset, uint32_t size) {
@@ -94,14 +99,16 @@ private:
         this,
         [](void* c, const char*, uint32_t) { return Of(c)->refuseOpen ? -1 : (Of(c)->opens++, 0); },
         [](void* c) { return Of(c)->closes++ < Of(c)->opens ? 0 : -1; },
-        [](void* c, void* destination, int64_t offset, uint32_t size) { return Of(c)->Read(destination, offset, size); },
+        [](void* c, void* destination, int64_t offset, uint32_t size) {
+            return Of(c)->Read(destination, offset, size);
+        },
         [](void* c) { return Of(c)->GetSize(); },
     };
     std::atomic<int> opens = 0, closes = 0;
     std::atomic<bool> inRead = false;
     std::map<std::thread::id, uint32_t> asks;
     std::vector<int64_t> reads;  // their offsets
-    int64_t told = 0;  // the greatest size that was ever answered
+    int64_t told = 0;            // the greatest size that was ever answered
     std::vector<std::string> violations;
 };
 

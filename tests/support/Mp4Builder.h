@@ -26,7 +26,8 @@ public:
             out.push_back(static_cast<uint8_t>(value >> shift));
         return *this;
     }
-    template <class List> Put& Each(const List& values, int bytes) {
+    template <class List>
+    Put& Each(const List& values, int bytes) {
         for (auto value : values)
             Number(value, bytes);
         return *this;
@@ -109,7 +110,11 @@ inline Bytes Descriptor(uint8_t tag, const Bytes& body) {
 inline Bytes Esds(const Bytes& config, uint8_t esFlags = 0, uint8_t firstTag = 3) {
     const Bytes fixed = Hex("40 15 001800 0001F400 0001F400");  // buffer 6144 bytes, 128000 bits per second
     Put body;
-    body.U16(1).U8(esFlags).Zero(esFlags & 0x80 ? 2 : 0).Text(esFlags & 0x40 ? "\3url" : "").Zero(esFlags & 0x20 ? 2 : 0);
+    body.U16(1)
+        .U8(esFlags)
+        .Zero(esFlags & 0x80 ? 2 : 0)
+        .Text(esFlags & 0x40 ? "\3url" : "")
+        .Zero(esFlags & 0x20 ? 2 : 0);
     body.Raw(Descriptor(4, Join({fixed, Descriptor(5, config)}))).Raw(Descriptor(6, {2}));
     return FullBox("esds", Descriptor(firstTag, body));
 }
@@ -149,9 +154,10 @@ struct Track {
         if (count % samplesPerChunk && chunkCount > 1)
             map = {2, 1, samplesPerChunk, 1, chunkCount, count % samplesPerChunk, 1};
         const Bytes offsets = FullBox(wide ? "co64" : "stco", Put().U32(chunkCount).Each(chunks, wide ? 8 : 4));
-        const Bytes stbl = Join({replace.Pick("stsd", Stsd({entry})), replace.Pick("stts", Words("stts", {1, count, delta})),
-                                 replace.Pick("ctts", {}), replace.Pick("stss", {}), replace.Pick("stsz", Words("stsz", sizes)),
-                                 replace.Pick("stsc", Words("stsc", map)), replace.Pick("stco", offsets)});
+        const Bytes stbl =
+            Join({replace.Pick("stsd", Stsd({entry})), replace.Pick("stts", Words("stts", {1, count, delta})),
+                  replace.Pick("ctts", {}), replace.Pick("stss", {}), replace.Pick("stsz", Words("stsz", sizes)),
+                  replace.Pick("stsc", Words("stsc", map)), replace.Pick("stco", offsets)});
         const Bytes minf = Box("minf", Join({Box("dinf", {}), replace.Pick("stbl", Box("stbl", stbl))}));
         const Bytes mdhd = Words("mdhd", {0, 0, timescale, 0, 0x55C40000});  // language "und"
         const Bytes mdia = Box("mdia", Join({replace.Pick("mdhd", mdhd), replace.Pick("minf", minf)}));
@@ -180,7 +186,7 @@ inline Track AudioTrack(uint32_t count = 4) {
 /// One second, counted in thousandths.
 struct Movie {
     std::vector<Track> tracks = {};
-    std::vector<size_t> order = {};  // track of each chunk in file order; then the others' chunks in turn
+    std::vector<size_t> order = {};       // track of each chunk in file order; then the others' chunks in turn
     bool moovLast = false, wide = false;  // wide: chunk offsets of 64 bits
     Bytes (*mdatBox)(std::string_view type, const Bytes& content) = Box;
     Replace replace = {};

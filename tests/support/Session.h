@@ -66,7 +66,8 @@ public:
         result = 0;
         while (units.size() < limit && (result = KivMp4GetNextUnit(demux, &unit)) == 0) {
             const Bytes bytes(unit.payload, unit.payload + unit.size);
-            units.push_back({bytes, unit.pts, unit.dts, unit.duration, unit.isSync, unit.trackIndex, unit.isVideo != 0});
+            units.push_back(
+                {bytes, unit.pts, unit.dts, unit.duration, unit.isSync, unit.trackIndex, unit.isVideo != 0});
         }
         return units;
     }

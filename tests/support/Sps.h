@@ -19,7 +19,8 @@ struct Sps {
     std::vector<uint32_t> crop = {};
     // Any of these gives the set a VUI part.
     std::optional<uint32_t> aspect = {};
-    bool overscan = false, signal = false, colour = false, chromaLocation = false, timing = false, nalHrd = false, vclHrd = false;
+    bool overscan = false, signal = false, colour = false, chromaLocation = false, timing = false, nalHrd = false,
+         vclHrd = false;
     std::optional<uint32_t> buffering = {};  // max_dec_frame_buffering
 
     operator Bytes() const {
@@ -41,7 +42,8 @@ struct Sps {
         bits.U(!crop.empty(), 1);
         for (const uint32_t edge : crop)
             bits.Ue(edge);
-        const bool vui = aspect || overscan || signal || colour || chromaLocation || timing || nalHrd || vclHrd || buffering;
+        const bool vui =
+            aspect || overscan || signal || colour || chromaLocation || timing || nalHrd || vclHrd || buffering;
         bits.U(vui, 1);
         if (vui)
             WriteVui(bits);
@@ -85,7 +87,19 @@ private:
         for (const bool hrd : {nalHrd, vclHrd}) {
             bits.U(hrd, 1);
             if (hrd)
-                bits.Ue(1).U(4, 4).U(6, 4).Ue(1000).Ue(2000).U(1, 1).Ue(70000).Ue(9).U(0, 1).U(23, 5).U(23, 5).U(23, 5).U(24, 5);
+                bits.Ue(1)
+                    .U(4, 4)
+                    .U(6, 4)
+                    .Ue(1000)
+                    .Ue(2000)
+                    .U(1, 1)
+                    .Ue(70000)
+                    .Ue(9)
+                    .U(0, 1)
+                    .U(23, 5)
+                    .U(23, 5)
+                    .U(23, 5)
+                    .U(24, 5);
         }
         bits.U(0, nalHrd || vclHrd).U(1, 1).U(buffering.has_value(), 1);
         if (buffering)
