@@ -37,7 +37,7 @@ std::string Preamble(const CodecInfo& info, const inspect::Track* track) {
         return {};
     for (const auto* sets : {&entry->sps, &entry->pps}) {
         for (const inspect::Bytes& set : *sets)
-            bytes.append({0, 0, 1}).append(set.begin(), set.end());
+            bytes.append(bytes.empty() ? 0 : 1, 0).append({0, 0, 1}).append(set.begin(), set.end());
     }
     return bytes;
 }
