@@ -1,5 +1,7 @@
 // kivmp4 packets: one line for each unit, in the order of delivery.
 #include <algorithm>
+#include <concepts>
+#include <cstdlib>
 #include <map>
 
 #include "Checksum.h"
@@ -24,13 +26,25 @@ struct Row {
 
 using Line = fmt::memory_buffer;
 
-template <typename... Values>
-void Append(Line& line, fmt::format_string<Values...> format, Values&&... values) {
-    fmt::format_to(std::back_inserter(line), format, std::forward<Values>(values)...);
+// A million lines are to take about a second, so numbers are not written through a format.
+void Append(Line& line, std::string_view text) { line.append(text.data(), text.data() + text.size()); }
+
+template <std::integral Number>
+void Append(Line& line, Number number) {
+    const fmt::format_int text(number);
+    line.append(text.data(), text.data() + text.size());
 }
 
+// With six decimals, rounded: a tick is 100/9 microseconds.
 void AppendSeconds(Line& line, int64_t ticks) {
-    Append(line, "{:.6f}", static_cast<double>(ticks) / static_cast<double>(kTicksPerSecond));
+    const uint64_t magnitude = ticks < 0 ? 0 - static_cast<uint64_t>(ticks) : static_cast<uint64_t>(ticks);
+    const uint64_t rest = (magnitude % 90000 * 100 + 4) / 9;
+    if (ticks < 0)
+        Append(line, "-");
+    Append(line, magnitude / 90000);
+    const fmt::format_int digits(1000000 + rest);
+    Append(line, ".");
+    line.append(digits.data() + 1, digits.data() + 7);
 }
 
 const char* TypeOf(const AccessUnit& unit) { return unit.isVideo ? "video" : "audio"; }
@@ -45,23 +59,23 @@ struct Column {
 };
 
 constexpr Column kColumns[] = {
-    {"track", 5, false, true, [](const Row& row, Line& line) { Append(line, "{}", row.unit.trackIndex); }},
-    {"codec_type", -10, true, true, [](const Row& row, Line& line) { Append(line, "{}", TypeOf(row.unit)); }},
-    {"sample", 7, false, true, [](const Row& row, Line& line) { Append(line, "{}", row.number); }},
-    {"pts", 11, false, true, [](const Row& row, Line& line) { Append(line, "{}", row.unit.pts); }},
+    {"track", 5, false, true, [](const Row& row, Line& line) { Append(line, row.unit.trackIndex); }},
+    {"codec_type", -10, true, true, [](const Row& row, Line& line) { Append(line, TypeOf(row.unit)); }},
+    {"sample", 7, false, true, [](const Row& row, Line& line) { Append(line, row.number); }},
+    {"pts", 11, false, true, [](const Row& row, Line& line) { Append(line, row.unit.pts); }},
     {"pts_time", 12, false, true, [](const Row& row, Line& line) { AppendSeconds(line, row.unit.pts); }},
-    {"dts", 11, false, true, [](const Row& row, Line& line) { Append(line, "{}", row.unit.dts); }},
+    {"dts", 11, false, true, [](const Row& row, Line& line) { Append(line, row.unit.dts); }},
     {"dts_time", 12, false, true, [](const Row& row, Line& line) { AppendSeconds(line, row.unit.dts); }},
-    {"duration", 8, false, true, [](const Row& row, Line& line) { Append(line, "{}", row.unit.duration); }},
+    {"duration", 8, false, true, [](const Row& row, Line& line) { Append(line, row.unit.duration); }},
     {"duration_time", 13, false, false, [](const Row& row, Line& line) { AppendSeconds(line, row.unit.duration); }},
-    {"size", 8, false, true, [](const Row& row, Line& line) { Append(line, "{}", row.unit.size); }},
+    {"size", 8, false, true, [](const Row& row, Line& line) { Append(line, row.unit.size); }},
     {"pos", 11, false, true,
      [](const Row& row, Line& line) {
          if (row.sample)
-             Append(line, "{}", row.sample->offset);
+             Append(line, row.sample->offset);
      }},
-    {"flags", -5, true, true, [](const Row& row, Line& line) { Append(line, "{}", row.unit.isSync ? "K" : "."); }},
-    {"crc32", 8, true, false, [](const Row& row, Line& line) { Append(line, "{}", row.sum); }},
+    {"flags", -5, true, true, [](const Row& row, Line& line) { Append(line, row.unit.isSync ? "K" : "."); }},
+    {"crc32", 8, true, false, [](const Row& row, Line& line) { Append(line, row.sum); }},
 };
 
 /// Writes lines in one of the forms. What stands in them are numbers and words of ours, so nothing needs escaping.
@@ -108,7 +122,7 @@ public:
         Begin();
         const bool json = form == Form::Document || form == Form::Lines;
         if (form == Form::Document)
-            Append(line, "{}", first ? "\n" : ",\n");
+            Append(line, first ? "\n" : ",\n");
         for (const Column* column : columns) {
             value.clear();
             column->value(row, value);
@@ -116,14 +130,12 @@ public:
             if (form == Form::Text)
                 AppendPadded(*column, text.empty() ? "-" : text);
             else if (json)
-                Append(line, "{}\"{}\":{}{}{}", column == columns.front() ? '{' : ',', column->name,
-                       column->isText ? "\"" : "", text.empty() && !column->isText ? "null" : text,
-                       column->isText ? "\"" : "");
+                AppendMember(*column, text);
             else
-                Append(line, "{}{}", column == columns.front() ? "" : ",", text);
+                AppendMore(column == columns.front() ? "" : ",", text);
         }
         if (json)
-            Append(line, "}}{}", form == Form::Lines ? "\n" : "");
+            Append(line, form == Form::Lines ? "}\n" : "}");
         else if (form == Form::Csv)
             Append(line, "\n");
         if (form == Form::Text)
@@ -154,11 +166,20 @@ private:
             throw Failure{kUsage, "there is no column " + Escape(name), "columns are " + AllNames()};
         return *found;
     }
+    void AppendMore(std::string_view between, std::string_view text) {
+        Append(line, between);
+        Append(line, text);
+    }
+    void AppendMember(const Column& column, std::string_view text) {
+        AppendMore(&column == columns.front() ? "{\"" : ",\"", column.name);
+        AppendMore(column.isText ? "\":\"" : "\":", text.empty() && !column.isText ? "null" : text);
+        Append(line, column.isText ? "\"" : "");
+    }
     void AppendPadded(const Column& column, std::string_view text) {
-        if (column.width < 0)
-            Append(line, " {:<{}}", text, -column.width);
-        else
-            Append(line, " {:>{}}", text, column.width);
+        const auto width = static_cast<size_t>(std::abs(column.width));
+        const std::string padding(width > text.size() ? width - text.size() : 0, ' ');
+        Append(line, " ");
+        AppendMore(column.width < 0 ? text : padding, column.width < 0 ? padding : text);
     }
     // A line starts without the blank of its first column and ends without padding.
     void EndText() {
