@@ -91,7 +91,7 @@ void FindChunkCount(Context& context, const Track& track, uint64_t samples) {
 void FindTableFaults(Context& context) {
     for (const Track& track : context.movie.tracks) {
         // The tables of a fragmented file are empty; this has been told.
-        if (!context.Played(track) || context.movie.fragment)
+        if (!track.Played() || context.movie.fragment)
             continue;
         FindMissing(context, track);
         for (const Table* table : {&track.stts, &track.ctts, &track.stss, &track.stsc, &track.stco, &track.elst})

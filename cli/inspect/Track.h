@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "inspect/Box.h"
-#include "inspect/Format.h"
 
 namespace kivmp4::inspect {
 
