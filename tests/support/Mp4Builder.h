@@ -158,7 +158,8 @@ struct Track {
             Join({replace.Pick("stsd", Stsd({entry})), replace.Pick("stts", Words("stts", {1, count, delta})),
                   replace.Pick("ctts", {}), replace.Pick("stss", {}), replace.Pick("stsz", Words("stsz", sizes)),
                   replace.Pick("stsc", Words("stsc", map)), replace.Pick("stco", offsets)});
-        const Bytes minf = Box("minf", Join({Box("dinf", {}), replace.Pick("stbl", Box("stbl", stbl))}));
+        const Bytes minf =
+            Box("minf", Join({replace.Pick("dinf", Box("dinf", {})), replace.Pick("stbl", Box("stbl", stbl))}));
         const Bytes mdhd = Words("mdhd", {0, 0, timescale, 0, 0x55C40000});  // language "und"
         const Bytes mdia = Box("mdia", Join({replace.Pick("mdhd", mdhd), replace.Pick("minf", minf)}));
         const Bytes tkhd = FullBox("tkhd", Bytes(80), 0, 1);
