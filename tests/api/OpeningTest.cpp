@@ -26,74 +26,6 @@ TEST(Opening, AsksForTheSize561Times) {
     }
 }
 
-TEST(Opening, AcceptsATrackByItsBoxes) {
-    const Bytes avc = VideoTrack().entry, none;
-    const Bytes avcC = Box("avcC", AvcC(4, {}, {Hex("68 EE")})), pasp = Box("pasp", Bytes(8));
-    const std::string stsd = "E/ ParseMDIA [518]:  Error parsing STSD box\n",
-                      invalid = "E/ Movie [309]:  Invalid Track \n";
-    const std::string data = "E/ ParseSTSD [581]:  Invalid data in STSD\n",
-                      valid = "D/ Movie [315]:  Num of valid tracks: 1 \n";
-    const std::string type = "E/ ParseSTSD [592]:  Unable to parse Elementary Type\n";
-    const auto video = [](const char* name, const Bytes& children) { return Stsd({VideoEntry(name, children)}); };
-    const auto sound = [](const Bytes& children, uint16_t version) {
-        return Stsd({AudioEntry("mp4a", children, version)});
-    };
-    struct Case {
-        const char* name;
-        const char* box;
-        Bytes content;
-        bool valid;
-        std::string line;
-    };
-    const Case cases[] = {
-        {"as it is", "none", none, true, "D/ ParseMDIA [479]: Media Language:  und \n"},
-        {"no tkhd", "tkhd", none, false, invalid},
-        {"disabled", "tkhd", FullBox("tkhd", Bytes(80), 0, 6), false, invalid},
-        {"tkhd cut short", "tkhd", FullBox("tkhd", Bytes(71), 0, 1), false, invalid},
-        {"tkhd of the least size", "tkhd", FullBox("tkhd", Bytes(72), 0, 7), true, valid},
-        {"tkhd in 64 bits cut", "tkhd", FullBox("tkhd", Bytes(83), 1, 1), false, invalid},
-        {"tkhd in 64 bits", "tkhd", FullBox("tkhd", Bytes(84), 1, 1), true, valid},
-        {"enabled by another flag", "tkhd", FullBox("tkhd", Bytes(80), 0, 0x010100), false, invalid},
-        {"no mdia", "mdia", none, false, invalid},
-        {"no minf", "minf", none, false, "E/ ParseMDIA [485]:  No MINF box\n"},
-        {"no stbl", "stbl", none, false, "E/ ParseMDIA [491]:  No STBL box\n"},
-        {"no stsd", "stsd", none, false, stsd},
-        {"stsd of 4 bytes", "stsd", FullBox("stsd", {}), false, "E/ ParseSTSD [576]:  Currupted header size\n"},
-        {"stsd version 1", "stsd", Stsd({avc}, 1), false, data},
-        {"two entries", "stsd", Stsd({avc, avc}), false, data},
-        {"entry count without one", "stsd", Words("stsd", {1}), false, "E/ ParseSTSD [587]:  No child present\n"},
-        {"unknown entry", "stsd", video("zzzz", {}), false, type},
-        {"avc1 without avcC", "stsd", video("avc1", pasp), false, type},
-        {"avc1 with an empty avcC", "stsd", video("avc1", Box("avcC", {})), false, type},
-        {"avcC among others", "stsd", video("avc1", Join({pasp, avcC, pasp})), true, valid},
-        {"mp4v without esds", "stsd", video("mp4v", {}), false, type},
-        {"mp4a ends in zeros", "stsd", sound(Join({Esds({0x11, 0x90}), Bytes(4)}), 1), true, valid},
-        {"first descriptor tag 4", "stsd", sound(Esds({0x11, 0x90}, 0, 4), 0), false, type},
-        {"descriptor size runs on", "stsd", sound(FullBox("esds", Hex("03 FFFFFF7F")), 0), false, type},
-        {"esds version 1", "stsd", sound(FullBox("esds", Bytes(30), 1), 0), false, type},
-        {"decoder config too short", "stsd", sound(FullBox("esds", Hex("03 08 000100 04 03 401500")), 0), false, type},
-        {"no stsz", "stsz", none, true, "W/ ParseMDIA [498]:  Error parsing STSZ box\n"},
-        {"stss version 1", "stss", Words("stss", {1, 1}, 1), true, "W/ ParseMDIA [503]:  Error parsing KeyMap box\n"},
-        {"no stts", "stts", none, true, "W/ ParseMDIA [508]:  Error parsing TimeStamps box\n"},
-        {"no ctts", "ctts", none, true, "D/ ParseMDIA [528]: No CTTS box \n"},
-        {"no stss", "stss", none, true, "W/ ParseMDIA [560]:  No STSS box \n"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        Movie movie{.tracks = {VideoTrack()}};
-        movie.tracks[0].replace[c.box] = c.content;
-        LogCapture log;
-        Session session(movie);
-        session.logLevel = 4;
-        EXPECT_EQ(session.Open(), c.valid ? 0 : -1);
-        EXPECT_EQ(session.duration, c.valid ? 10000 : -1);
-        EXPECT_TRUE(log.Has(c.line)) << log.Text();
-        EXPECT_EQ(log.Has("E/ Open [518]: ERROR_MP4DEMUX_INVALIDARG2 \n"), !c.valid);
-        EXPECT_EQ(KivMp4GetNextUnit(session.demux, &session.unit), c.valid ? 1 : -1);  // no track is enabled
-        EXPECT_EQ(log.Has("E/ GetNextUnit [1099]:  No tracks found \n"), !c.valid);
-    }
-}
-
 // Long tables come from the player's memory, as do their arrays when the heap is full.
 TEST(Opening, TellsOfTablesWithoutMemory) {
     const auto table = [](const char* type, uint32_t entries, const Numbers& entry) {
@@ -105,9 +37,6 @@ TEST(Opening, TellsOfTablesWithoutMemory) {
     };
     const Bytes syncs = table("stss", 40000, {1}), times = table("stts", 40000, {1, 1}),
                 offsets = table("ctts", 40000, {1, 1});
-    const Bytes endless = Words("stts", {1, 1u << 28, 1}), never = Words("stts", {2, ~0u, 1, ~0u, 1});
-    constexpr uint32_t kNone = FailingCall::kForEver;
-    const std::string refused = "E/ ParseSTTS [697]:  Unable to allcoate enough memory ! \n";
     struct Case {
         const char* name;
         const char* type;
@@ -119,9 +48,7 @@ TEST(Opening, TellsOfTablesWithoutMemory) {
         {"sync samples", "stss", syncs, 2, "E/ ParseSTSS [652]:  Cannot allocate memory of size(160000)\n"},
         {"sample counts", "stts", times, 1, "D/ ParseSTTS [673]:  Cannot allocate memory of size(160000) \n"},
         {"deltas", "stts", times, 2, "E/ ParseSTTS [680]:  Cannot allocate memory of size(160000) \n"},
-        {"decode times", "stts", times, 3, refused},
-        {"2 GiB of times", "stts", endless, kNone, refused},
-        {"more than 2^32", "stts", never, kNone, refused},
+        {"decode times", "stts", times, 3, "E/ ParseSTTS [697]:  Unable to allcoate enough memory ! \n"},
         {"composition counts", "ctts", offsets, 1, "D/ ParseMDIA [528]: No CTTS box \n"},
         {"composition offsets", "ctts", offsets, 3,
          "E/ ParseCTTS [924]:  Cannot allocate memory for CTTS box, required free space (320000)  \n"},
@@ -143,9 +70,6 @@ TEST(Opening, TellsOfTablesWithoutMemory) {
 
 TEST(Opening, FindsTheMovieInEveryLayoutAndStatesItsDuration) {
     const uint32_t most = 0xFFFFFFFF;
-    const auto toTheEnd = [](std::string_view type, const Bytes& content) -> Bytes {
-        return Put().U32(0).Text(type).Raw(content);
-    };
     const auto mvhd = [](const Numbers& words, uint8_t version = 0) {
         return Movie{.replace = {{"mvhd", Words("mvhd", words, version)}}};
     };
@@ -155,9 +79,7 @@ TEST(Opening, FindsTheMovieInEveryLayoutAndStatesItsDuration) {
         int64_t duration;
     };
     const Case cases[] = {
-        {"moov last", {.moovLast = true}, 10000},
         {"64 bits everywhere", {.wide = true, .mdatBox = Box64}, 10000},
-        {"mdat to the end", {.mdatBox = toTheEnd}, 10000},
         {"cut box behind", {.moovLast = true, .back = Hex("00000100 66726565 00")}, 10000},
         {"duration cut off", mvhd({0, 0, 90000, 10}), 1},
         {"no timescale", mvhd({0, 0, 0, 6000}), 0},
@@ -235,19 +157,6 @@ TEST(Information, DescribesH264) {
         {"no aspect", with({.overscan = true}), 100, 10, 2, 4, 0,
          "W/ ReadVUI_Parameters [379]:  No Aspect ratio information present \n"},
         {"cut short", cut, 0, 0, 0, 0, 0, "E/ ReadExpGolombCode ["},
-        {"other unit type", with({.nalType = 0}), 0, 0, 0, 0, 0, refused},
-        {"references above 16", with({.refs = 31}), 0, 0, 0, 0, 0,
-         "E/ ExtractSPSInformation [209]: Problem parsing Max ref frames \n"},
-        {"picture order 3", with({.pocType = 3}), 0, 0, 0, 0, 0, "Problem parsing POC \n"},
-        {"length code above", with({.log2MaxFrameNum = 67}), 0, 0, 0, 0, 0, "maxBits[5] LeadingZeros[6] \n"},
-        {"chroma format above", with({.chromaFormat = 7}), 0, 0, 0, 0, 0,
-         "E/ ExtractSPSInformation [128]: Problem parsing Chroma format id \n"},
-        {"width above", with({.width = 4097}), 0, 0, 0, 0, 0,
-         "E/ ExtractSPSInformation [216]: Problem in ReadExpGolombCode \n"},
-        {"height above", with({.height = 4097}), 0, 0, 0, 0, 0,
-         "E/ ExtractSPSInformation [222]: Problem in ReadExpGolombCode \n"},
-        {"cropping above", with({.crop = {0, 0, 0, 5000}}), 0, 0, 0, 0, 0,
-         "E/ ExtractSPSInformation [243]: Problem parsing Cropping information \n"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

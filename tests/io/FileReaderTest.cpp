@@ -24,10 +24,7 @@ Bytes Pattern(int64_t size) {
 /// A reader over a file, asked the way boxes ask: again while it says "not yet".
 class Streaming {
 public:
-    explicit Streaming(Bytes content, int32_t level = 0, uint32_t answers = FailingCall::kForEver)
-        : file(std::move(content)), heapMemory(1 << 20) {
-        file.fault = MemoryFile::Fault::Empty;
-        file.failing.first = answers;
+    explicit Streaming(Bytes content, int32_t level = 0) : file(std::move(content)), heapMemory(1 << 20) {
         EXPECT_TRUE(CreateModuleHeap(heapMemory.data(), heapMemory.size()));
         reader = ModuleNew<FileReader>(level);
         source = ModuleNew<FileSource>(reader, level);
@@ -99,28 +96,6 @@ TEST(FileReader, RefusesReadsBeyondTheEndAndReadsRawInTrickMode) {
     EXPECT_EQ(log.Count("D/ Read [269]: RAW READ:  Size: 7, Position: 77  \n\n"), 1);
     s.reader->ResumeBuffering();
     s.ExpectBytes(0, 1000);
-}
-
-// A player that has nothing more keeps a read waiting until the reader is stopped.
-TEST(FileReader, EndsTheWaitOfAReadWhenItStops) {
-    for (const bool raw : {false, true}) {
-        const uint32_t answers = raw ? BlockQueue::kBlocks : 0;
-        Streaming s(Pattern(4 * kBlock), 0, answers);
-        const auto awaitReads = [&s](size_t count) {
-            while (s.file.Reads().size() < count)
-                std::this_thread::yield();
-        };
-        awaitReads(std::max(answers, 1u));
-        if (raw)
-            s.reader->Flush();
-        uint8_t byte = 0;
-        uint32_t delivered = 9;
-        std::thread reading([&] { EXPECT_EQ(s.reader->Read(7, 1, &byte, delivered) == ReadStatus::Done, raw); });
-        awaitReads(answers + 1);
-        s.reader->Stop();
-        reading.join();
-        EXPECT_EQ(delivered, 0u);
-    }
 }
 
 }  // namespace
