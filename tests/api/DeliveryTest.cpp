@@ -116,52 +116,36 @@ TEST(Delivery, GrowsThePayloadWithMarginAndKeepsWhatIsWritten) {
 }
 
 TEST(Delivery, TellsTimes) {
-    const uint32_t minusOne = 0xFFFFFFFF;
+    const uint32_t minus = 0xFFFFFFFF;
     const auto edits = [](const Numbers& words, uint8_t version = 0) {
         return Box("edts", Words("elst", words, version));
     };
-    using Row = std::vector<int64_t>;  // decode time, presentation time, duration
-    const std::vector<Row> plain = {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}};
-    struct Case {
-        const char* name;
-        uint32_t timescale;
-        Numbers stts, ctts;
-        Bytes edts;
-        std::vector<Row> expected;
+    const Bytes delay = edits({2, 500, minus, 0, 1000, 0, 0}), three = edits({3, 500, minus, 0, 9, 0, 0, 9, 0, 0});
+    const auto wide = [&](uint32_t start) { return edits({2, 0, 500, minus, minus, 0, 0, 9, 0, start, 0}, 1); };
+    using Rows = std::vector<std::vector<int64_t>>;  // decode time, presentation time, duration
+    const Rows reordered = {{0, 6000, 3000}, {3000, 0, 3000}, {6000, 3000, 3000}},
+               plain = {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}};
+    const Rows late = {{45000, 45090, 90}, {45090, 45180, 90}, {45180, 45270, 90}},
+               ended = {{0, 5, 10}, {0, 0, 0}, {0, 0, 0}};
+    const Rows half = {{45000, 45000, 1}, {45001, 45001, 1}, {45002, 45002, 1}};
+    const std::tuple<const char*, uint32_t, Numbers, Numbers, Bytes, Rows> cases[] = {
+        {"composition", 30, {1, 3, 1}, {2, 1, 2, 2, minus}, {}, reordered},
+        {"times run out", 90000, {1, 1, 10}, {1, 1, 5}, {}, ended},
+        {"delay", 1000, {1, 3, 1}, {1, 3, 1}, delay, late},
+        {"delay in 64 bits", 90000, {1, 3, 1}, {0}, wide(0), half},
+        {"three edits", 90000, {1, 3, 1}, {0}, three, plain},
+        {"media time 1", 90000, {1, 3, 1}, {0}, wide(1), plain},
     };
-    const Case cases[] = {
-        {"composition",
-         30,
-         {1, 3, 1},
-         {2, 1, 2, 2, minusOne},
-         {},
-         {{0, 6000, 3000}, {3000, 0, 3000}, {6000, 3000, 3000}}},
-        {"times run out", 90000, {1, 1, 10}, {1, 1, 5}, {}, {{0, 5, 10}, {0, 0, 0}, {0, 0, 0}}},
-        {"delay",
-         1000,
-         {1, 3, 1},
-         {1, 3, 1},
-         edits({2, 500, minusOne, 0, 1000, 0, 0}),
-         {{45000, 45090, 90}, {45090, 45180, 90}, {45180, 45270, 90}}},
-        {"delay in 64 bits",
-         90000,
-         {1, 3, 1},
-         {0},
-         edits({2, 0, 500, minusOne, minusOne, 0, 0, 9, 0, 0, 0}, 1),
-         {{45000, 45000, 1}, {45001, 45001, 1}, {45002, 45002, 1}}},
-        {"three edits", 90000, {1, 3, 1}, {0}, edits({3, 500, minusOne, 0, 9, 0, 0, 9, 0, 0}), plain},
-        {"media time 1", 90000, {1, 3, 1}, {0}, edits({2, 0, 500, minusOne, minusOne, 0, 0, 9, 0, 1, 0}, 1), plain},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, timescale, stts, ctts, edts, expected] : cases) {
+        SCOPED_TRACE(name);
         Track track = VideoTrack(3);
-        track.timescale = c.timescale;
-        track.replace = {{"stts", Words("stts", c.stts)}, {"ctts", Words("ctts", c.ctts, 1)}, {"edts", c.edts}};
+        track.timescale = timescale;
+        track.replace = {{"stts", Words("stts", stts)}, {"ctts", Words("ctts", ctts, 1)}, {"edts", edts}};
         Session session({.tracks = {track}});
         ASSERT_TRUE(session.Start());
         for (size_t i = 0; i < 6; i++) {  // twice, so that the look-ups go back too
             const Unit unit = session.Deliver(1).at(0);
-            EXPECT_EQ((Row{unit.dts, unit.pts, unit.duration}), c.expected[i % 3]) << i;
+            EXPECT_EQ((std::vector{unit.dts, unit.pts, unit.duration}), expected[i % 3]) << i;
             if (i == 2)
                 KivMp4Rewind(session.demux);
         }
@@ -334,16 +318,13 @@ TEST(Navigation, SeeksByPresentationTimes) {
     Session session(movie);
     ASSERT_TRUE(session.Start());
     session.Enable(1, false);
-    struct Case {
-        int64_t time, video;
-    };
     // Up to picture 44 times are 3000 n - 1500, from 45 on 3000 n + 4500.
-    const Case cases[] = {{58499, 19},  {58500, 20}, {61499, 20}, {139499, 44},
-                          {139500, 45}, {2999, 0},   {3000, 1},   {265499, 86}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.time);
-        EXPECT_EQ(KivMp4JumpPTS(session.demux, c.time), 0);
-        EXPECT_EQ(FirstOf(session.Deliver(1), 0, 3000), c.video);
+    const std::pair<int64_t, int64_t> cases[] = {{58499, 19},  {58500, 20}, {61499, 20}, {139499, 44},
+                                                 {139500, 45}, {2999, 0},   {3000, 1},   {265499, 86}};
+    for (const auto& [time, video] : cases) {
+        SCOPED_TRACE(time);
+        EXPECT_EQ(KivMp4JumpPTS(session.demux, time), 0);
+        EXPECT_EQ(FirstOf(session.Deliver(1), 0, 3000), video);
     }
 }
 

@@ -6,45 +6,29 @@ namespace kivmp4::test {
 namespace {
 
 TEST(Opening, AsksForTheSize561Times) {
-    struct Case {
-        uint32_t unknown;
-        int64_t answer;
-        int32_t result;
-    };
-    const Case cases[] = {{559, -1, 0}, {560, 0, -1}, {560, std::numeric_limits<int64_t>::min(), -1}};
-    for (const Case& c : cases) {  // the answer to the last ask comes too late
-        SCOPED_TRACE(c.answer);
+    const std::tuple<uint32_t, int64_t, int32_t> cases[] = {
+        {559, -1, 0}, {560, 0, -1}, {560, std::numeric_limits<int64_t>::min(), -1}};
+    for (const auto& [unknown, answer, result] : cases) {  // the answer to the last ask comes too late
+        SCOPED_TRACE(answer);
         Session session({.tracks = {VideoTrack()}});
-        session.file.firstSize = c.answer;
-        session.file.firstAsks = c.unknown;
+        session.file.firstSize = answer;
+        session.file.firstAsks = unknown;
         session.logLevel = 4;
         LogCapture log;
-        EXPECT_EQ(session.Open(), c.result);
-        EXPECT_EQ(session.duration, c.result == 0 ? 10000 : -1);
-        EXPECT_EQ(log.Count("D/ Open [493]: TIMEOUT! OPEN!\n"), -c.result);
-        EXPECT_EQ(session.Open(), -1 - c.result);  // may be tried again, and works once
+        EXPECT_EQ(session.Open(), result);
+        EXPECT_EQ(session.duration, result == 0 ? 10000 : -1);
+        EXPECT_EQ(log.Has("D/ Open [493]: TIMEOUT! OPEN!\n"), result < 0);
+        EXPECT_EQ(session.Open(), -1 - result);  // may be tried again, and works once
     }
 }
 
 // Long tables come from the player's memory, as do their arrays when the heap is full.
 TEST(Opening, TellsOfTablesWithoutMemory) {
-    const auto table = [](const char* type, uint32_t entries, const Numbers& entry) {
-        Put words;
-        words.U32(entries);
-        for (uint32_t i = 0; i < entries; i++)
-            words.Each(entry, 4);
-        return FullBox(type, words);
+    const auto table = [](const char* type, uint32_t words) {
+        return FullBox(type, Put().U32(40000).Each(Numbers(40000 * words, 1), 4));
     };
-    const Bytes syncs = table("stss", 40000, {1}), times = table("stts", 40000, {1, 1}),
-                offsets = table("ctts", 40000, {1, 1});
-    struct Case {
-        const char* name;
-        const char* type;
-        Bytes table;
-        uint32_t refusal;
-        std::string line;
-    };
-    const Case cases[] = {
+    const Bytes syncs = table("stss", 1), times = table("stts", 2), offsets = table("ctts", 2);
+    const std::tuple<const char*, const char*, Bytes, uint32_t, std::string> cases[] = {
         {"sync samples", "stss", syncs, 2, "E/ ParseSTSS [652]:  Cannot allocate memory of size(160000)\n"},
         {"sample counts", "stts", times, 1, "D/ ParseSTTS [673]:  Cannot allocate memory of size(160000) \n"},
         {"deltas", "stts", times, 2, "E/ ParseSTTS [680]:  Cannot allocate memory of size(160000) \n"},
@@ -53,49 +37,37 @@ TEST(Opening, TellsOfTablesWithoutMemory) {
         {"composition offsets", "ctts", offsets, 3,
          "E/ ParseCTTS [924]:  Cannot allocate memory for CTTS box, required free space (320000)  \n"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, type, box, refusal, line] : cases) {
+        SCOPED_TRACE(name);
         Movie movie{.tracks = {VideoTrack()}};
-        movie.tracks[0].replace[c.type] = c.table;
+        movie.tracks[0].replace[type] = box;
         Session session(Mp4Builder::Build(movie), 250 << 10);
-        session.memory.failing.first = c.refusal;
+        session.memory.failing.first = refusal;
         session.memory.failing.count = 1;
         session.logLevel = 4;
         LogCapture log;
         ASSERT_TRUE(session.Start());
-        EXPECT_TRUE(log.Has(c.line)) << log.Text();
+        EXPECT_TRUE(log.Has(line)) << log.Text();
         EXPECT_EQ(session.Deliver().size(), 3u);
     }
 }
 
-TEST(Opening, FindsTheMovieInEveryLayoutAndStatesItsDuration) {
+TEST(Opening, StatesTheDurationInAWideFile) {
     const uint32_t most = 0xFFFFFFFF;
-    const auto mvhd = [](const Numbers& words, uint8_t version = 0) {
-        return Movie{.replace = {{"mvhd", Words("mvhd", words, version)}}};
+    const std::tuple<const char*, Numbers, uint8_t, int64_t> cases[] = {
+        {"a second", {0, 0, 1000, 1000}, 0, 10000}, {"cut off", {0, 0, 90000, 10}, 0, 1},
+        {"no timescale", {0, 0, 0, 6000}, 0, 0},    {"unknown", {0, 0, 1000, most}, 0, -10},
+        {"header too short", {0, 0, 600}, 0, 0},    {"wraps", {0, 0, 0, 0, 1000, 0x7FFFFFFF, most}, 1, -10},
     };
-    struct Case {
-        const char* name;
-        Movie movie;
-        int64_t duration;
-    };
-    const Case cases[] = {
-        {"64 bits everywhere", {.wide = true, .mdatBox = Box64}, 10000},
-        {"cut box behind", {.moovLast = true, .back = Hex("00000100 66726565 00")}, 10000},
-        {"duration cut off", mvhd({0, 0, 90000, 10}), 1},
-        {"no timescale", mvhd({0, 0, 0, 6000}), 0},
-        {"duration unknown", mvhd({0, 0, 1000, most}), -10},
-        {"header too short", mvhd({0, 0, 600}), 0},
-        {"duration wraps", mvhd({0, 0, 0, 0, 1000, 0x7FFFFFFF, most}, 1), -10},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        Movie movie = c.movie;
-        movie.tracks = {VideoTrack(), AudioTrack()};
+    for (const auto& [name, words, version, duration] : cases) {
+        SCOPED_TRACE(name);
+        Movie movie{.tracks = {VideoTrack(), AudioTrack()}, .wide = true, .mdatBox = Box64};
         movie.tracks[1].samples = {Nal(50, 1), Nal(50, 2), Nal(50, 3)};
         movie.tracks[1].replace["stsz"] = Words("stsz", {50, 3});
+        movie.replace["mvhd"] = Words("mvhd", words, version);
         Session session(movie);
         ASSERT_TRUE(session.Start());
-        EXPECT_EQ(session.duration, c.duration);
+        EXPECT_EQ(session.duration, duration);
         const std::vector<Unit> units = session.Deliver();
         ASSERT_EQ(units.size(), 6u);
         EXPECT_EQ(units.back().bytes, Nal(50, 3));
@@ -142,20 +114,18 @@ TEST(Information, DescribesH264) {
         {"baseline", with({.profile = 66}), 66, 10, 2, 4, 0, none},
         {"1088 lines, level 51", with({.level = 51, .width = 120, .height = 68}), 100, 51, 2, 15, 0, none},
         {"too many references", with({.level = 31, .refs = 6, .width = 80, .height = 45}), 100, 32, 6, 6, 0,
-         "BufferedFrames[5] < MaxRef[6] \n"},
-        {"level not listed", with({.level = 52, .refs = 1}), 100, 52, 1, 1, 0, "BufferedFrames[0] < MaxRef[1] \n"},
+         "[5] < MaxRef[6] \n"},
+        {"level not listed", with({.level = 52, .refs = 1}), 100, 52, 1, 1, 0, "[0] < MaxRef[1] \n"},
         {"stated below", with({.level = 30, .width = 45, .height = 36, .buffering = 3}), 100, 32, 2, 3, 0,
-         " decoded MaxBuffering[3] < Theoretical[5] \n"},
+         "[3] < Theoretical[5] \n"},
         {"stated above", with({.buffering = 9}), 100, 10, 2, 4, 0, none},
         {"stated as 1", with({.level = 21, .width = 44, .height = 27, .buffering = 1}), 100, 30, 2, 1, 0,
-         " decoded MaxBuffering[1] < Theoretical[4] \n"},
+         "[1] < Theoretical[4] \n"},
         {"4:4:4 with a matrix", with({.chromaFormat = 3, .scalingMatrix = true}), 100, 10, 2, 4, 0, none},
         {"square pixels", with({.aspect = 1}), 100, 10, 2, 4, 1, none},
-        {"aspect 17", with({.aspect = 17}), 100, 10, 2, 4, 0,
-         "E/ ReadVUI_Parameters [372]:  Reserved Aspect Ratio found or Wrong parsing \n"},
+        {"aspect 17", with({.aspect = 17}), 100, 10, 2, 4, 0, "Reserved Aspect Ratio found or Wrong parsing \n"},
         {"aspect of its own", with({.aspect = 255}), 100, 10, 2, 4, 0, none},
-        {"no aspect", with({.overscan = true}), 100, 10, 2, 4, 0,
-         "W/ ReadVUI_Parameters [379]:  No Aspect ratio information present \n"},
+        {"no aspect", with({.overscan = true}), 100, 10, 2, 4, 0, " No Aspect ratio information present \n"},
         {"cut short", cut, 0, 0, 0, 0, 0, "E/ ReadExpGolombCode ["},
     };
     for (const Case& c : cases) {
@@ -169,8 +139,7 @@ TEST(Information, DescribesH264) {
         EXPECT_EQ(Bytes(info.config, info.config + info.configSize), c.record);
         EXPECT_NE(log.find(c.log), std::string::npos) << log;
         EXPECT_EQ(log.find(refused) != std::string::npos, c.profile == 0) << log;
-        EXPECT_EQ(log.find("W/ ExtractSPSInformation [") != std::string::npos,
-                  c.log.find("Buffer") != std::string::npos)
+        EXPECT_EQ(log.find("W/ ExtractSPSInformation [") != std::string::npos, c.log.find('<') != std::string::npos)
             << log;
         EXPECT_EQ(InfoOf(AvcEntry(c.record), "a.m3d").level, c.level + 100);
     }

@@ -87,23 +87,18 @@ TEST(H264Sps, KnowsTheAspectRatios) {
 
 // MaxDpbMbs of Table A-1, and the steps of the level that are known.
 TEST(H264Sps, KnowsTheLevels) {
-    struct Level {
-        uint8_t level;
-        uint32_t macroblocks;
-        uint8_t raised;
-    };
-    const Level levels[] = {{9, 0, 9},        {10, 396, 11},   {11, 900, 12},   {12, 2376, 13},  {13, 2376, 20},
-                            {20, 2376, 21},   {21, 4752, 22},  {22, 8100, 30},  {30, 8100, 32},  {31, 18000, 32},
-                            {32, 20480, 40},  {40, 32768, 40}, {41, 32768, 41}, {42, 34816, 42}, {50, 110400, 50},
-                            {51, 184320, 51}, {52, 0, 52}};
-    for (const Level& c : levels) {
+    const std::tuple<uint8_t, uint32_t, uint8_t> levels[] = {
+        {9, 0, 9},       {10, 396, 11},   {11, 900, 12},    {12, 2376, 13},   {13, 2376, 20},  {20, 2376, 21},
+        {21, 4752, 22},  {22, 8100, 30},  {30, 8100, 32},   {31, 18000, 32},  {32, 20480, 40}, {40, 32768, 40},
+        {41, 32768, 41}, {42, 34816, 42}, {50, 110400, 50}, {51, 184320, 51}, {52, 0, 52}};
+    for (const auto& [level, macroblocks, raised] : levels) {
         H264SpsInfo info = {};
-        info.levelIdc = c.level;
+        info.levelIdc = level;
         EXPECT_EQ(GetMaxDpbFrames(info), 0u);
         info.picWidthInMbs = info.picHeightInMapUnits = 1;
-        EXPECT_EQ(GetMaxDpbFrames(info), c.macroblocks) << int{c.level};
+        EXPECT_EQ(GetMaxDpbFrames(info), macroblocks) << int{level};
         UpgradeLevel(info, 0);
-        EXPECT_EQ(info.levelIdc, c.raised) << int{c.level};
+        EXPECT_EQ(info.levelIdc, raised) << int{level};
     }
 }
 

@@ -6,7 +6,6 @@
 #include <random>
 
 #include "io/FileSource.h"
-#include "support/LogCapture.h"
 #include "support/MemoryFile.h"
 
 namespace kivmp4::test {
@@ -24,10 +23,10 @@ Bytes Pattern(int64_t size) {
 /// A reader over a file, asked the way boxes ask: again while it says "not yet".
 class Streaming {
 public:
-    explicit Streaming(Bytes content, int32_t level = 0) : file(std::move(content)), heapMemory(1 << 20) {
+    explicit Streaming(Bytes content) : file(std::move(content)), heapMemory(1 << 20) {
         EXPECT_TRUE(CreateModuleHeap(heapMemory.data(), heapMemory.size()));
-        reader = ModuleNew<FileReader>(level);
-        source = ModuleNew<FileSource>(reader, level);
+        reader = ModuleNew<FileReader>(0);
+        source = ModuleNew<FileSource>(reader, 0);
         EXPECT_EQ(reader->Open("clip.mp4", 0, file.Interface(), 0), ReadStatus::Done);
     }
     ~Streaming() {
@@ -76,26 +75,6 @@ TEST(FileReader, DeliversTheFilesBytesAtEveryEdge) {
             s.ExpectBytes(from, static_cast<uint32_t>(std::min<int64_t>(size - from, random() % 70000)));
         }
     }
-}
-
-TEST(FileReader, RefusesReadsBeyondTheEndAndReadsRawInTrickMode) {
-    LogCapture log;
-    Streaming s(Pattern(100000), 4);
-    s.ExpectBytes(99000, 1000);
-    const std::pair<int64_t, uint32_t> beyond[] = {{99000, 1001},  {100000, 1},    {-1, 1},    {INT64_MAX, 70000},
-                                                   {INT64_MIN, 1}, {30000, 70001}, {100001, 0}};
-    for (const auto& [offset, size] : beyond)
-        EXPECT_EQ(s.Read(offset, size), ReadStatus::Failed) << offset;
-    EXPECT_TRUE(
-        log.Has("E/ Read [256]: Read():  File End reached. Cannot get 1001 at 99000 as it crosses 100000 \n\n"));
-    s.reader->Flush();
-    s.reader->Flush();
-    s.ExpectBytes(77, 7);
-    s.ExpectBytes(3, 0);  // nothing to ask for
-    EXPECT_EQ(s.file.Reads().back(), 77);
-    EXPECT_EQ(log.Count("D/ Read [269]: RAW READ:  Size: 7, Position: 77  \n\n"), 1);
-    s.reader->ResumeBuffering();
-    s.ExpectBytes(0, 1000);
 }
 
 }  // namespace

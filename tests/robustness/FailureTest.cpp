@@ -103,13 +103,7 @@ TEST(Failures, OfEveryCallEndInADocumentedResult) {
 TEST(Failures, OfAPlayerThatTakesItsWordBack) {
     const Bytes content = Files()[0];
     const auto size = static_cast<int64_t>(content.size());
-    struct Case {
-        const char* name;
-        int64_t firstSize;
-        uint32_t asks;
-        bool opens;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, int64_t, uint32_t, bool> cases[] = {
         {"never known", 0, FailingCall::kForEver, false},
         {"known late", 0, 20, true},
         {"negative at first", -size, 20, true},
@@ -118,13 +112,13 @@ TEST(Failures, OfAPlayerThatTakesItsWordBack) {
         {"shrinks", size + 5000, 1, false},
         {"endless", std::numeric_limits<int64_t>::max(), 1, false},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, firstSize, asks, opens] : cases) {
+        SCOPED_TRACE(name);
         Session session(content);
-        session.file.firstSize = c.firstSize;
-        session.file.firstAsks = c.asks;
+        session.file.firstSize = firstSize;
+        session.file.firstAsks = asks;
         session.file.delaySeed = 1;
-        EXPECT_TRUE(session.Open() == 0 || !c.opens);
+        EXPECT_TRUE(session.Open() == 0 || !opens);
         session.Exercise();
     }
     Session endless(content);
