@@ -35,10 +35,10 @@ std::string Preamble(const CodecInfo& info, const inspect::Track* track) {
         return std::string(info.config, info.config + info.configSize);
     if (!entry)
         return {};
-    for (const auto* sets : {&entry->sps, &entry->pps}) {
-        for (const inspect::Bytes& set : *sets)
-            bytes.append(bytes.empty() ? 0 : 1, 0).append({0, 0, 1}).append(set.begin(), set.end());
-    }
+    for (const inspect::Bytes& set : entry->sps)
+        bytes.append({0, 0, 1}).append(set.begin(), set.end());
+    for (const inspect::Bytes& set : entry->pps)
+        bytes.append({0, 0, 0, 1}).append(set.begin(), set.end());
     return bytes;
 }
 

@@ -99,7 +99,8 @@ uint32_t Channels(const TrackView& view) { return view.IsAac() && view.info->cha
 
 std::string Language(const CodecInfo& info) {
     const std::string language(info.language, strnlen(info.language, sizeof info.language));
-    return language.empty() ? "und" : Escape(language);
+    const bool letters = language.find_first_not_of("abcdefghijklmnopqrstuvwxyz") == std::string::npos;
+    return language.empty() || !letters ? "und" : language;
 }
 
 // The file, opened and looked through.
@@ -237,7 +238,8 @@ void Print(const FileView& file, const InfoArguments& arguments, Output& out) {
     if (file.BitRate() > 0)
         parts.push_back(FormatRate(file.BitRate()));
     parts.push_back(movie.MoovFirst() ? "moov first (fast start)" : "moov last");
-    parts.push_back(inspect::TypeText(movie.majorBrand));
+    if (const std::string brand = inspect::TypeText(movie.majorBrand); !brand.empty())
+        parts.push_back(brand.substr(0, brand.find_last_not_of(' ') + 1));
     if (file.player.Is3D())
         parts.push_back("3D by its name");
     out.Print("{}  {}\n", out.Painted(Paint::Bold, fmt::format("{:<42}", file.source.Name())), Joined(parts, "   "));

@@ -5,6 +5,8 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cinttypes>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -126,10 +128,11 @@ Player::~Player() {
     const auto seconds = [](const timeval& time) {
         return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
     };
-    fmt::print(stderr, "{}: {} reads, {} bytes, {} jumps; {} of memory for tables; process: {:.3f} s, {} at most\n",
-               source.Name(), file->Reads(), file->Bytes(), file->Jumps(), FormatBytes(memory.Peak()),
-               seconds(usage.ru_utime) + seconds(usage.ru_stime),
-               FormatBytes(static_cast<uint64_t>(usage.ru_maxrss) * 1024));
+    std::fprintf(stderr,
+                 "%s: %" PRIu64 " reads, %" PRIu64 " bytes, %" PRIu64 " jumps; at most %zu bytes of memory for tables; "
+                 "the process: %.3f s of processor time, at most %ld KiB\n",
+                 source.Name().c_str(), file->Reads(), file->Bytes(), file->Jumps(), memory.Peak(),
+                 seconds(usage.ru_utime) + seconds(usage.ru_stime), usage.ru_maxrss);
 }
 
 void Player::RequireMemory() const {

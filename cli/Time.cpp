@@ -34,7 +34,7 @@ std::optional<Number> ParseNumber(std::string_view text) {
     return value;
 }
 
-// "ss", "m:ss" or "h:mm:ss" with a fraction; fields behind a colon are below 60 and start with two digits.
+// "ss", "m:ss" or "h:mm:ss" with a fraction; fields after a colon are below 60 and start with two digits.
 std::optional<double> ParseClock(std::string_view text) {
     double total = 0;
     int fields = 0;

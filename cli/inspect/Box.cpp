@@ -65,7 +65,7 @@ BoxTree::BoxTree(const File& from) : file(from) {
     root.size = root.claimedSize = file.Size();
     root.headerSize = 0;
     ReadChildren(root, 0);
-    // Boxes join the list in front of their children, so this reaches all of them.
+    // Boxes join the list before their children, so this reaches all of them.
     for (size_t i = 0; i < boxes.size(); i++) {
         const uint64_t start = ChildrenStart(boxes[i]);
         if (start && boxes[i].depth >= kMaxDepth)

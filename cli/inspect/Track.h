@@ -52,7 +52,7 @@ struct SampleEntry {
     Bytes avcC = {}, esds = {};             // contents
     Bytes specific = {};                    // of esds: the DecoderSpecificInfo, for AAC an AudioSpecificConfig
     uint32_t nalLengthSize = 0;             // of avcC: 1 to 4; 0 without
-    std::vector<Bytes> sps = {}, pps = {};  // of avcC, without the length in front
+    std::vector<Bytes> sps = {}, pps = {};  // of avcC, without their lengths
     bool avcCBroken = false;                // its parameter sets run past its end
 };
 
