@@ -1,4 +1,4 @@
-// A movie made in memory: tiny samples behind tables as long as wanted, in the shapes that files have.
+// A movie made in memory: tiny samples after tables as long as wanted, in the shapes that files have.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,8 @@
 // Delivery: order across tracks, payload formats, times and flags; and where navigation leaves the tracks.
 #include "support/Session.h"
 
+#include <tuple>
+
 namespace kivmp4::test {
 namespace {
 
@@ -13,7 +15,7 @@ TEST(Delivery, TakesTheLowerTrackOfTwoAtOnePlace) {
         for (const uint32_t track : order)
             EXPECT_EQ(session.Deliver(1).at(0).track, track);
         for (Track& track : movie.tracks)
-            track.replace["stco"] = Words("stco", {2, 32, 42});  // in the data, which begins behind "ftyp"
+            track.replace["stco"] = Words("stco", {2, 32, 42});  // in the data, which begins after "ftyp"
     }
 }
 
@@ -52,11 +54,7 @@ TEST(Delivery, FormatsUnits) {
     const auto record = [](const Bytes& avcC) { return VideoEntry("avc1", Box("avcC", avcC)); };
     const auto avc = [&](int lengthSize) { return record(AvcC(lengthSize, {sps}, {pps})); };
     const auto mp4v = [](const Bytes& config) { return VideoEntry("mp4v", Esds(config)); };
-    struct Case {
-        const char* name;
-        Bytes entry, sample, prefix, unit;
-    };  // no `unit`: delivery fails
-    const Case cases[] = {
+    const std::tuple<const char*, Bytes, Bytes, Bytes, Bytes> cases[] = {
         {"4-byte lengths", avc(4), Prefixed(4, {n5, pps}), set, Started({n5, pps})},
         {"2-byte lengths", avc(2), Prefixed(2, {n5, pps}), set, Started({n5, pps})},
         {"1-byte lengths", avc(1), Prefixed(1, {n5, pps}), set, Started({n5, pps})},
@@ -73,18 +71,18 @@ TEST(Delivery, FormatsUnits) {
         {"layer header too short", mp4v(Hex("00000120")), n5, none, n5},
         {"AAC as it is", AudioEntry("mp4a", Esds(Hex("1190"))), n5, none, n5},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        Track track{.entry = c.entry, .samples = {c.sample, c.sample}};
+    for (const auto& [name, entry, sample, prefix, unit] : cases) {  // without a unit delivery fails
+        SCOPED_TRACE(name);
+        Track track{.entry = entry, .samples = {sample, sample}};
         Session session({.tracks = {track}});
         ASSERT_TRUE(session.Start());
         for (int round = 0; round < 2; round++) {
             const std::vector<Unit> units = session.Deliver();
-            EXPECT_EQ(session.result, c.unit.empty() ? -1 : 1);  // and again: the cursor stays
-            ASSERT_EQ(units.size(), c.unit.empty() ? 0u : 2u);
+            EXPECT_EQ(session.result, unit.empty() ? -1 : 1);  // and again: the cursor stays
+            ASSERT_EQ(units.size(), unit.empty() ? 0u : 2u);
             if (!units.empty()) {
-                EXPECT_EQ(units[0].bytes, Join({c.prefix, c.unit}));
-                EXPECT_EQ(units[1].bytes, c.unit);
+                EXPECT_EQ(units[0].bytes, Join({prefix, unit}));
+                EXPECT_EQ(units[1].bytes, unit);
                 KivMp4Rewind(session.demux);
             }
         }
@@ -92,7 +90,7 @@ TEST(Delivery, FormatsUnits) {
 }
 
 TEST(Delivery, GrowsThePayloadWithMarginAndKeepsWhatIsWritten) {
-    const std::vector<Bytes> many(16000, Nal(1));  // behind one-byte lengths: 2 bytes become 5
+    const std::vector<Bytes> many(16000, Nal(1));  // after one-byte lengths: 2 bytes become 5
     Movie movie{.tracks = {VideoTrack(), AudioTrack()}, .order = {0, 1, 0, 0}};
     movie.tracks[0].entry = VideoEntry("avc1", Box("avcC", AvcC(1, {}, {})));
     movie.tracks[0].samples = {Prefixed(1, many), Prefixed(1, {Nal(9)}), Prefixed(1, many)};
@@ -101,11 +99,11 @@ TEST(Delivery, GrowsThePayloadWithMarginAndKeepsWhatIsWritten) {
     ASSERT_TRUE(session.Start());
     AccessUnit units[3] = {};
     for (const size_t i :
-         {0, 1, 2, 1})  // the first grows where it stands, the last has to move away from the block behind
+         {0, 1, 2, 1})  // the first grows where it stands, the last has to move away from the block after it
         ASSERT_EQ(KivMp4GetNextUnit(session.demux, &units[i]), 0);
     for (const AccessUnit& unit : {units[0], units[1]})
         EXPECT_TRUE(Bytes(unit.payload, unit.payload + unit.size) == Started(many));
-    for (const int32_t capacity : {2212, 2212, 4261}) {  // 64 bytes have to fit behind a unit; 2112 more when it grows
+    for (const int32_t capacity : {2212, 2212, 4261}) {  // 64 bytes have to fit after a unit; 2112 more when it grows
         session.Deliver(1);
         EXPECT_EQ(session.unit.capacity, capacity);
     }

@@ -2,6 +2,7 @@
 #include "support/Session.h"
 
 #include <random>
+#include <tuple>
 
 namespace kivmp4::test {
 namespace {
@@ -29,7 +30,7 @@ TEST(Handle, ChecksTheExtension) {
         session.path = path;
         session.logLevel = 4;
         EXPECT_EQ(session.Create(), accepted);
-        EXPECT_EQ(log.Text().rfind(line, 0), 0u) << log.Text();  // the reading thread may log behind it
+        EXPECT_EQ(log.Text().rfind(line, 0), 0u) << log.Text();  // the reading thread may log after it
         EXPECT_TRUE(accepted || log.Text() == line) << log.Text();
         EXPECT_EQ(session.file.Opens(), accepted ? 1 : 0);
     }

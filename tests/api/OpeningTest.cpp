@@ -2,6 +2,8 @@
 #include "support/Session.h"
 #include "support/Sps.h"
 
+#include <tuple>
+
 namespace kivmp4::test {
 namespace {
 
@@ -103,14 +105,7 @@ TEST(Information, DescribesH264) {
     const auto with = [](const Sps& sps) { return AvcC(4, {sps}, {}); };
     const Bytes cut = Hex("01 64 00 0B FF E1 0004 67 64 00 0B");
     const std::string none, refused = "W/ GetH264_SPSInformation [560]:  H264 SPS not parsed  \n";
-    struct Case {
-        const char* name;
-        Bytes record;
-        uint32_t profile, level, refs, buffering;
-        int64_t aspect;
-        std::string log;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, Bytes, uint32_t, uint32_t, uint32_t, uint32_t, int64_t, std::string> cases[] = {
         {"baseline", with({.profile = 66}), 66, 10, 2, 4, 0, none},
         {"1088 lines, level 51", with({.level = 51, .width = 120, .height = 68}), 100, 51, 2, 15, 0, none},
         {"too many references", with({.level = 31, .refs = 6, .width = 80, .height = 45}), 100, 32, 6, 6, 0,
@@ -128,20 +123,20 @@ TEST(Information, DescribesH264) {
         {"no aspect", with({.overscan = true}), 100, 10, 2, 4, 0, " No Aspect ratio information present \n"},
         {"cut short", cut, 0, 0, 0, 0, 0, "E/ ReadExpGolombCode ["},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, record, profile, level, refs, buffering, aspect, line] : cases) {
+        SCOPED_TRACE(name);
         std::string log;
-        const CodecInfo info = InfoOf(AvcEntry(c.record), "a.mp4", 0, &log);
+        const CodecInfo info = InfoOf(AvcEntry(record), "a.mp4", 0, &log);
         const Numbers described = {info.kind,    info.subtype, info.width,     info.height,
                                    info.profile, info.level,   info.refFrames, info.decFrameBuffering};
-        EXPECT_EQ(described, (Numbers{0, 1, 1920, 1080, c.profile, c.level, c.refs, c.buffering}));
-        EXPECT_EQ(info.aspectRatio, c.aspect);
-        EXPECT_EQ(Bytes(info.config, info.config + info.configSize), c.record);
-        EXPECT_NE(log.find(c.log), std::string::npos) << log;
-        EXPECT_EQ(log.find(refused) != std::string::npos, c.profile == 0) << log;
-        EXPECT_EQ(log.find("W/ ExtractSPSInformation [") != std::string::npos, c.log.find('<') != std::string::npos)
+        EXPECT_EQ(described, (Numbers{0, 1, 1920, 1080, profile, level, refs, buffering}));
+        EXPECT_EQ(info.aspectRatio, aspect);
+        EXPECT_EQ(Bytes(info.config, info.config + info.configSize), record);
+        EXPECT_NE(log.find(line), std::string::npos) << log;
+        EXPECT_EQ(log.find(refused) != std::string::npos, profile == 0) << log;
+        EXPECT_EQ(log.find("W/ ExtractSPSInformation [") != std::string::npos, line.find('<') != std::string::npos)
             << log;
-        EXPECT_EQ(InfoOf(AvcEntry(c.record), "a.m3d").level, c.level + 100);
+        EXPECT_EQ(InfoOf(AvcEntry(record), "a.m3d").level, level + 100);
     }
 }
 
@@ -150,13 +145,7 @@ TEST(Information, DescribesSound) {
     const auto other = [](const char* type, const char* config) { return AudioEntry(type, Esds(Hex(config))); };
     const Bytes wave =
         Box("wave", Join({Box("frma", Bytes(4)), Esds(Hex("0600 0200 80BB0000 00000000 0400 1000 0000 0000"))}));
-    struct Case {
-        const char* name;
-        Bytes entry;
-        int32_t result;
-        uint32_t subtype, rate, channels, bits, bitrate;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, Bytes, int32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t> cases[] = {
         {"48 kHz stereo", aac("1190", 0x80), 0, 2, 48000, 2, 16, 128000},
         {"7.35 kHz", aac("1608", 0xE0), 0, 2, 7350, 1, 16, 128000},
         {"six channels", aac("1230", 0), 0, 2, 44100, 6, 16, 128000},
@@ -170,16 +159,16 @@ TEST(Information, DescribesSound) {
         {"no header", AudioEntry("lpcm", {}), -1, 0, 0, 0, 0, 0},
         {"uncompressed video", VideoEntry("YUY2", {}), -1, 0, 0, 0, 0, 0},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, entry, result, subtype, rate, channels, bits, bitrate] : cases) {
+        SCOPED_TRACE(name);
         std::string log;
-        const CodecInfo info = InfoOf(c.entry, "a.m3d", c.result, &log);
-        EXPECT_EQ(log.find("E/ GetType_AAC [") != std::string::npos, c.channels > 2) << log;
+        const CodecInfo info = InfoOf(entry, "a.m3d", result, &log);
+        EXPECT_EQ(log.find("E/ GetType_AAC [") != std::string::npos, channels > 2) << log;
         const Numbers described = {info.kind,       info.subtype,    info.sampleRate, info.channels, info.bitsPerSample,
                                    info.maxBitrate, info.avgBitrate, info.bufferSize, info.level};
-        const uint32_t buffer = c.bitrate ? 6144 : 0;
-        if (c.result == 0) {
-            EXPECT_EQ(described, (Numbers{1, c.subtype, c.rate, c.channels, c.bits, c.bitrate, c.bitrate, buffer, 0}));
+        const uint32_t buffer = bitrate ? 6144 : 0;
+        if (result == 0) {
+            EXPECT_EQ(described, (Numbers{1, subtype, rate, channels, bits, bitrate, bitrate, buffer, 0}));
         }
     }
     const uint32_t rates[16] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,

@@ -41,7 +41,7 @@ public:
         ReadStatus status;
         while ((status = source->Read(offset, size, got.data())) == ReadStatus::NotReady)
             std::this_thread::yield();
-        EXPECT_EQ(got.back(), 0xEE) << "writes behind the destination";
+        EXPECT_EQ(got.back(), 0xEE) << "writes past the destination";
         got.pop_back();
         return status;
     }

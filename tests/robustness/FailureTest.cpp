@@ -1,6 +1,8 @@
 // Every failure once: each allocation and each answer of the player, over opening, delivery, winding and seeks.
 #include "support/Session.h"
 
+#include <tuple>
+
 namespace kivmp4::test {
 namespace {
 
@@ -41,13 +43,7 @@ std::vector<Bytes> Files() {
 
 TEST(Failures, OfEveryCallEndInADocumentedResult) {
     enum Victim { Heap, System, Memory, Read };
-    struct Way {
-        const char* name;
-        Victim victim;
-        Fault fault;
-        uint32_t count;
-    };
-    const Way ways[] = {
+    const std::tuple<const char*, Victim, Fault, uint32_t> ways[] = {
         {"heap once", Heap, Fault::None, 1},
         {"heap for ever", Heap, Fault::None, FailingCall::kForEver},
         {"heap for ever, and the player's memory", Heap, Fault::Empty, FailingCall::kForEver},
@@ -68,27 +64,27 @@ TEST(Failures, OfEveryCallEndInADocumentedResult) {
         ASSERT_TRUE(honest.Start());
         const std::vector<Unit> expected = honest.Deliver();
         honest.Close();
-        for (const Way& way : ways) {
+        for (const auto& [name, failing, fault, count] : ways) {
             bool met = true;
             for (uint32_t n = 0; met; n += SweepStep(), failures += met) {
-                SCOPED_TRACE(std::string(way.name) + ' ' + std::to_string(n));
+                SCOPED_TRACE(std::string(name) + ' ' + std::to_string(n));
                 FailingCall heap, system;
                 heapCalls = &heap;
                 systemCalls = &system;
                 Session session(content);
-                session.file.fault = way.fault;
+                session.file.fault = fault;
                 FailingCall& victim =
-                    *std::array{&heap, &system, &session.memory.failing, &session.file.failing}[way.victim];
+                    *std::array{&heap, &system, &session.memory.failing, &session.file.failing}[failing];
                 victim.first = n;
-                if (way.victim == Heap && way.fault == Fault::Empty)
+                if (failing == Heap && fault == Fault::Empty)
                     session.memory.failing.first = 0;
-                victim.count = way.count;
+                victim.count = count;
                 session.Exercise();
-                if (way.victim == Read && session.demux && KivMp4Rewind(session.demux) == 0) {
+                if (failing == Read && session.demux && KivMp4Rewind(session.demux) == 0) {
                     const std::vector<Unit> units = session.Deliver();
                     for (size_t i = 0; i < units.size(); i++)
                         EXPECT_TRUE(units[i].bytes == expected.at(i).bytes) << "wrong bytes";
-                    EXPECT_TRUE(way.fault != Fault::Empty || session.result == 1);
+                    EXPECT_TRUE(fault != Fault::Empty || session.result == 1);
                 }
                 session.Close();
                 met = victim.calls > n;
