@@ -36,11 +36,16 @@ TEST(Handle, ChecksTheExtension) {
     }
 }
 
+// All that a good file and three calls that fail lead to.
 TEST(Handle, PrintsWhatTheLevelAdmits) {
-    const std::tuple<int32_t, bool, bool, bool, bool> cases[] = {{-1, 0, 0, 0, 0}, {0, 0, 0, 0, 0}, {1, 1, 0, 0, 0},
-                                                                 {2, 1, 1, 0, 0},  {3, 0, 0, 0, 1}, {4, 1, 1, 1, 1},
-                                                                 {5, 0, 0, 0, 0}};
-    for (const auto& [level, error, warning, debug, info] : cases) {
+    const std::string sync = "W/ ParseMDIA [560]:  No STSS box \n",
+                      error = "E/ GetNextUnitData [1158]:  Not an active AU\n";
+    const std::string set = "W/ SetAvailableBW [1270]:  Cannot set Bandwidth \n";
+    const std::string get = "W/ GetAvailableBW [1294]:  Cannot set Bandwidth\n";
+    const std::string info = "\tPic WxH:  176 x 144 \n\tFrame Cropping needed:\t N  \n";
+    const std::pair<int32_t, std::string> cases[] = {
+        {-1, ""}, {0, ""}, {1, error}, {2, sync + error + set + get}, {3, info}, {4, error + set + get}, {5, ""}};
+    for (const auto& [level, expected] : cases) {
         SCOPED_TRACE(level);
         LogCapture log;
         Session session(kMovie);
@@ -50,14 +55,10 @@ TEST(Handle, PrintsWhatTheLevelAdmits) {
         EXPECT_EQ(KivMp4GetNextUnitData(session.demux, &byte), -1);
         EXPECT_EQ(KivMp4SetAvailableBW(session.demux, 7), -1);
         EXPECT_EQ(KivMp4GetAvailableBW(session.demux), -1);
-        EXPECT_EQ(log.Has("E/ GetNextUnitData [1158]:  Not an active AU\n"), error);
-        EXPECT_EQ(
-            log.Has(
-                "W/ SetAvailableBW [1270]:  Cannot set Bandwidth \nW/ GetAvailableBW [1294]:  Cannot set Bandwidth\n"),
-            warning);
-        EXPECT_EQ(log.Has("D/ Movie [315]:  Num of valid tracks: 2 \n"), debug);
-        EXPECT_EQ(log.Has("\tPic WxH:  176 x 144 \n\tFrame Cropping needed:\t N  \n"), info);
-        EXPECT_EQ(log.Text().empty(), !error && !info) << log.Text();
+        EXPECT_TRUE(level == 3 || level == 4 ? log.Has(expected) : log.Text() == expected) << log.Text();
+        EXPECT_EQ(log.Has("D/ Movie [315]:  Num of valid tracks: 2 \n"), level == 4);
+        EXPECT_EQ(log.Has(info), level == 3 || level == 4);
+        EXPECT_EQ(log.Has("E/") || log.Has("W/"), level == 1 || level == 2 || level == 4);
     }
 }
 
