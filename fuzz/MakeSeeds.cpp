@@ -173,6 +173,7 @@ std::vector<Seed> Seeds() {
         {"chunk_numbers_apart", PairWith("stsc", {3, 1, 2, 1, 5, 1, 1, half, 3, 1}), pair},
         {"forged_chunk_maps", PairWith("stsc", {4, 0, 0, 1, 3, most, 1, 2, half, 1, 9, 1, 1}), pair},
         {"forged_chunk_offsets", PairWith("stco", {4, most, 0, half, 40}), "E/ Read [256]: Read():  File End reached."},
+        {"stts_without_entries", Times({0}), "W/ ParseMDIA [535]:  No STTS box present \n"},
         {"counts_wrap", Times({2, most, 1, most, 1}, {2, most, 1, most, 1}), "E/ ParseSTTS [697]"},
         {"two_gib_of_times", Times({1, 1u << 28, 1}, {}), "E/ ParseSTTS [697]:  Unable to allcoate"},
         {"times_wrap", Times({3, 3, most, 2, half, 4, 0}, {3, 2, half, 4, most, 1, 1}), pair},

@@ -277,6 +277,7 @@ TEST(Navigation, MovesAllTracks) {
             EXPECT_TRUE(session.unit.isSync == 1 && session.unit.isVideo == 1);
         }
         EXPECT_TRUE(log.Has(c.line)) << log.Text();
+        EXPECT_FALSE(c.stss == keys && log.Has("Not a Sync sample")) << log.Text();
         session.Enable(0, true);
         session.Enable(1, true);
         const std::vector<Unit> rest = session.Deliver();
