@@ -28,7 +28,7 @@ Checksum::~Checksum() { gcry_md_close(state->handle); }
 void Checksum::Add(const uint8_t* bytes, size_t count) { gcry_md_write(state->handle, bytes, count); }
 
 std::string Checksum::Take() {
-    const std::string text = Hex(gcry_md_read(state->handle, 0), gcry_md_get_algo_dlen(state->algorithm));
+    std::string text = Hex(gcry_md_read(state->handle, 0), gcry_md_get_algo_dlen(state->algorithm));
     gcry_md_reset(state->handle);
     return text;
 }

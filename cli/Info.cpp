@@ -130,7 +130,8 @@ FileView::FileView(const Source& input, const Settings& settings)
       distance(inspect::WidestDistance(input.Movie())) {
     for (uint32_t index = 0; index < player.TrackCount(); index++) {
         TrackView view{index, player.Track(index), source.Track(index), {}, 0};
-        if (view.track) {
+        // A track that is not delivered may have billions of samples, each some bytes of sound.
+        if (view.track && view.info) {
             view.facts = inspect::FactsOf(source.File(), *view.track);
             const int64_t delay = inspect::AppliedDelay(source.Movie(), *view.track);
             view.start = view.facts.start + delay;
@@ -207,7 +208,7 @@ void PrintTrack(const TrackView& view, const FileView& file, bool config, Output
         PrintVideo(view, file.player.Is3D(), first, second);
     else
         PrintAudio(view, first, second);
-    if (view.track) {
+    if (view.track && view.info) {
         first.push_back(Count(view.facts.units, "unit"));
         if (view.IsVideo() && view.track->stss.count)
             first.push_back(
@@ -217,8 +218,9 @@ void PrintTrack(const TrackView& view, const FileView& file, bool config, Output
             first.push_back("all key frames");
         if (view.BitRate() > 0)
             first.push_back(FormatRate(view.BitRate()));
-        PrintPlace(view, second);
     }
+    if (view.track)
+        PrintPlace(view, second);
     if (view.info)
         first.push_back(Language(*view.info));
     const char* kind = !view.info ? "other" : view.IsVideo() ? "video" : "audio";

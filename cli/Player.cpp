@@ -129,7 +129,8 @@ Player::~Player() {
         return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
     };
     std::fprintf(stderr,
-                 "%s: %" PRIu64 " reads, %" PRIu64 " bytes, %" PRIu64 " jumps; at most %zu bytes of memory for tables; "
+                 "%s: %" PRIu64 " reads, %" PRIu64 " bytes, %" PRIu64
+                 " jumps; at most %zu bytes of memory for tables; "
                  "the process: %.3f s of processor time, at most %ld KiB\n",
                  source.Name().c_str(), file->Reads(), file->Bytes(), file->Jumps(), memory.Peak(),
                  seconds(usage.ru_utime) + seconds(usage.ru_stime), usage.ru_maxrss);

@@ -10,8 +10,6 @@
 namespace kivmp4::check {
 namespace {
 
-constexpr size_t kMaxSamples = size_t{1} << 23;  // of a track; 48 hours of sound
-
 constexpr char kRepack[] = "ffmpeg -i FILE -c copy repaired.mp4 writes the tables anew";
 constexpr char kEncoder[] = "the program that wrote the file is at fault; write it again with another one";
 
@@ -44,7 +42,9 @@ const std::vector<Rule>& Rules() {
         {"timescale-zero", Error, "a timescale is 0", kEncoder, nullptr},
         {"edit-ignored", Note, "an edit list that is not applied moves a track or cuts it",
          "ffmpeg -i FILE plain.mp4 applies the edit list by encoding anew", nullptr},
-        {"table-missing", Error, "a track lacks a table", kEncoder, FindTableFaults},
+        {"limited", Note, "the file has more than is looked at", "what lies past the limit was not checked",
+         FindTableFaults},
+        {"table-missing", Error, "a track lacks a table", kEncoder, nullptr},
         {"table-short", Error, "a table announces more entries than it holds", kRepack, nullptr},
         {"stts-count", Error, "times are told for more or fewer samples than there are sizes", kRepack, nullptr},
         {"ctts-count", Error, "time offsets are told for more or fewer samples than there are sizes", kRepack, nullptr},
@@ -78,7 +78,7 @@ const char* Name(Severity severity) {
 const std::vector<inspect::Sample>& Context::SamplesOf(const inspect::Track& track) {
     const auto [entry, added] = samples.try_emplace(track.trakIndex);
     if (added && track.Played())
-        entry->second = inspect::ListSamples(track, kMaxSamples);
+        entry->second = inspect::ListSamples(track);
     return entry->second;
 }
 

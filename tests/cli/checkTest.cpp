@@ -71,6 +71,13 @@ const Fault kFaults[] = {
      {"box-frame", "table-missing", "table-missing", "table-missing"},
      "moov/trak[0]/mdia/minf/stbl/stss"},
     {"not supported", [](Movie& m) { Video(m).entry = VideoEntry("hvc1", {}); }, {"unsupported-track"}, "moov/trak[0]"},
+    {"more samples than are looked at",
+     [](Movie& m) {
+         Audio(m).replace["stsz"] = Words("stsz", {1, 9u << 20});
+         m.back = Box("free", Bytes(size_t{9} << 20));
+     },
+     {"limited", "stts-count", "chunk-count"},
+     "moov/trak[1]/mdia/minf/stbl/stsz"},
     {"two descriptions",
      [](Movie& m) {
          Video(m).replace["stsd"] = Stsd({Video(m).entry, Video(m).entry});
