@@ -122,10 +122,10 @@ std::vector<Seed> Seeds() {
         {"delay_of_64_bits", Edits({2, 0, 500, most, most, 0, 0, 9, 0, 0, 0}, 1), pair, 15},
         {"three_edits", Edits({3, 500, most, 0, 9, 0, 0, 9, 0, 0}), pair, 15},
         {"edit_starts_in_the_media", Edits({1, 500, 3000, 0}), pair, 15},
-        // Boxes at which a file or a track is refused.
+        // Boxes at which a file or a track is refused; who goes on from a wrong size finds another box and the movie.
         {"size_0_of_64_bits", Front("00000001 66726565 0000000000000000"), refused, kRefused},
-        {"size_within_its_header", Front("00000001 66726565 000000000000000F"), refused, kRefused},
-        {"size_below_the_header", Front("00000004 66726565"), refused, kRefused},
+        {"size_within_its_header", Front("00000001 66726565 00000000 0000000C 66726565 00000000"), refused, kRefused},
+        {"size_below_the_header", Front("00000004 00000008 66726565"), refused, kRefused},
         {"size_with_the_top_bit", Front("80000000 66726565"), refused, kRefused},
         {"size_below_0", Front("00000001 66726565 FFFFFFFFFFFFFFF8"), refused, kRefused},
         {"size_of_2_63", Front("00000001 66726565 7FFFFFFFFFFFFFFF"), refused, kRefused},
