@@ -92,6 +92,9 @@ std::vector<Seed> Seeds() {
     Sps full{.scalingMatrix = true, .aspect = 255, .buffering = 3};
     full.overscan = full.signal = full.colour = full.chromaLocation = full.timing = full.nalHrd = full.vclHrd = true;
     const Bytes sets = AvcC(4, {full, Nal(9)}, {Nal(1200), Nal(1200)}), whole = Record(full);
+    // With start codes its sets are more than they take in the record: too many for the block of a unit before.
+    Track many = VideoTrack();
+    many.entry = VideoEntry("avc1", Box("avcC", AvcC(4, {}, std::vector<Bytes>(255, Nal(5)))));
     const auto toTheEnd = [](std::string_view box, const Bytes& content) -> Bytes {
         return Put().U32(0).Text(box).Raw(content);
     };
@@ -157,7 +160,8 @@ std::vector<Seed> Seeds() {
         {"record_cut_at_the_counts", Avc(First(sets, 6)), error, 0},
         {"record_cut_in_a_set", Avc(First(sets, 30)), error, 0},
         {"record_cut_before_the_second_kind", Avc(First(sets, whole.size() + 10)), error, 0},
-        {"parameter_sets_outgrow_block", Avc(sets), valid, 3},
+        {"large_parameter_sets", Avc(sets), valid, 3},
+        {"parameter_sets_outgrow_block", Mp4Builder::Build({.tracks = {many, AudioTrack()}, .order = {1}}), error, 1},
         {"wave_with_broken_esds", Sound(Box("wave", FullBox("esds", Hex("03 05"))), 1), valid, 0},
         // Tables that are missing or forged.
         {"no_stsz", With("stsz", none), "W/ ParseMDIA [498]:  Error parsing STSZ box\n", 0},

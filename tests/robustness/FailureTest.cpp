@@ -33,7 +33,7 @@ std::vector<Bytes> Files() {
     const Bytes delay = Box("edts", Words("elst", {2, 500, 0xFFFFFFFF, 0, 9, 0, 0}));
     video.tracks[0].replace = {
         {"stss", Words("stss", {3, 1, 11, 21})}, {"ctts", Words("ctts", {1, 30, 3000})}, {"edts", delay}};
-    video.tracks[0].samples[5] = Prefixed(4, {Nal(70000)});  // read past the buffer
+    video.tracks[0].samples[5] = Prefixed(4, {Nal(70000), Nal(66000)});  // read past the buffer
     const Bytes offsets = FullBox("ctts", Put().U32(300).Each(Numbers(600, 1), 4));
     many.tracks[1].replace = {{"stss", FullBox("stss", Put().U32(300).Each(Numbers(300, 1), 4))}, {"ctts", offsets}};
     many.tracks.push_back(VideoTrack(20));
