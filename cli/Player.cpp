@@ -20,6 +20,7 @@ namespace {
 
 constexpr size_t kMebibyte = size_t{1} << 20;
 constexpr size_t kHeapBase = 64 * kMebibyte;
+constexpr size_t kAmpleHeap = 512 * kMebibyte;
 constexpr size_t kHeapForUnits = 192 * kMebibyte;
 constexpr size_t kBlockHeader = alignof(std::max_align_t);
 
@@ -99,25 +100,31 @@ Player::Player(const Source& input, const Settings& given, std::unique_ptr<Playe
         throw source.Refuse(kNotUsable, "names a list of streams", "give the MP4 file itself");
     is3D = extension == ".m3d";
 
-    heap.reset(std::malloc(heapSize));
-    if (!heap)
-        throw source.Refuse(kLimit, "not enough memory for a heap of " + FormatBytes(heapSize), "--heap takes less");
-    // The escaped name: it may appear in the library's log. Escaping leaves known extensions as they are.
-    handle.reset(KivMp4Create(source.Name().c_str(), file->Functions(), memory.Functions(), heap.get(), heapSize, 0,
-                              settings.logLevel));
-    uint32_t count = 0;
-    int64_t hundredMicroseconds = 0;
-    if (!handle || KivMp4Open(handle.get(), &count, &hundredMicroseconds) != KIVMP4_OK)
+    if (!Open(heapSize))
         CannotOpen();
-
-    if (hundredMicroseconds > 0)
-        duration = static_cast<int64_t>(KivMp4TimeToTicks(static_cast<uint64_t>(hundredMicroseconds)));
-    tracks.resize(count);
-    for (uint32_t index = 0; index < count; index++) {
+    for (uint32_t index = 0; index < TrackCount(); index++) {
         CodecInfo info{};
         if (KivMp4GetTrackInfo(handle.get(), static_cast<int32_t>(index), &info) == KIVMP4_OK)
             tracks[index] = info;
     }
+}
+
+bool Player::Open(size_t size) {
+    handle.reset();
+    heap.reset(std::malloc(size));
+    if (!heap)
+        throw source.Refuse(kLimit, "not enough memory for a heap of " + FormatBytes(size), "--heap takes less");
+    // The escaped name: it may appear in the library's log. Escaping leaves known extensions as they are.
+    handle.reset(KivMp4Create(source.Name().c_str(), file->Functions(), memory.Functions(), heap.get(), size, 0,
+                              settings.logLevel));
+    uint32_t count = 0;
+    int64_t hundredMicroseconds = 0;
+    if (!handle || KivMp4Open(handle.get(), &count, &hundredMicroseconds) != KIVMP4_OK)
+        return false;
+    if (hundredMicroseconds > 0)
+        duration = static_cast<int64_t>(KivMp4TimeToTicks(static_cast<uint64_t>(hundredMicroseconds)));
+    tracks.resize(count);
+    return true;
 }
 
 Player::~Player() {
@@ -142,13 +149,15 @@ void Player::RequireMemory() const {
                             "--max-memory gives more");
 }
 
-void Player::CannotOpen() const {
+void Player::CannotOpen() {
     source.RequireReads();
     if (const auto reason = Diagnosis(source).Reason(kNotUsable))
         throw *reason;
     RequireMemory();
-    // The file has a track to play, so its description did not fit.
-    throw source.Refuse(kLimit, "the library's heap of " + FormatBytes(heapSize) + " is full", "--heap gives more");
+    // The library does not tell a full heap from a bad file; with more room it shows which one it was.
+    if (Open(kAmpleHeap))
+        throw source.Refuse(kLimit, "the library's heap of " + FormatBytes(heapSize) + " is full", "--heap gives more");
+    throw source.Refuse(kNotUsable, "no track has a description that can be used", "-vv shows what the library refuses");
 }
 
 std::vector<uint32_t> Player::Enable(const std::vector<uint32_t>& only) {

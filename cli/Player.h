@@ -109,7 +109,9 @@ private:
         void operator()(Mp4Demux* demux) const { KivMp4Destroy(demux); }
     };
 
-    [[noreturn]] void CannotOpen() const;
+    // Makes the handle over a heap of this size. @return whether the file opens
+    bool Open(size_t size);
+    [[noreturn]] void CannotOpen();
     [[noreturn]] void Stopped(const AccessUnit& unit) const;
     void RequireMemory() const;
 

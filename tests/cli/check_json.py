@@ -59,6 +59,7 @@ def check_documents(demo):
     shutil.copy(demo, odd)
     subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", demo, "-map", "0", "-map", "0:a", "-c", "copy",
                     "-disposition:a:1", "0", "-movflags", "faststart", "languages.mp4"], check=True)
+    checksums = subprocess.run([*command, "hash", demo], capture_output=True).returncode != 8  # else the build has none
     for arguments, code, count in [
         (["info", demo, odd, "languages.mp4"], 0, 3), (["info", "cut.mp4"], 5, 1), (["info", "absent"], 3, 1),
         (["packets", demo, "--hash"], 0, 1), (["packets", "cut.mp4"], 5, 2), (["packets", demo, "--columns", "pos"], 0, 1),
@@ -69,6 +70,8 @@ def check_documents(demo):
         (["check", "cut.mp4", "--deep"], 1, 1), (["check", "--list-rules"], 0, 1),
         (["boxes", "cut.mp4", "--entries", "3", "--hex"], 0, 1), (["boxes", odd, "--path", "moov/*"], 0, 1),
     ]:
+        if not checksums and {"hash", "--hash"} & set(arguments):
+            code, count = 8, 1
         found = list(documents(run("--json", *map(str, arguments), code=code)))
         if len(found) != count:
             failures.append(f"{arguments}: {len(found)} documents instead of {count}")
