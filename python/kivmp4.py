@@ -565,6 +565,7 @@ class File:
         self._finalizer = weakref.finalize(self, self._session.close)
         self._view: Optional[memoryview] = None
         self._place = _START
+        self._key_dts = 0  # of the key frame that was delivered, at _KEY
         count, duration = ctypes.c_uint32(), ctypes.c_int64()
         try:
             if self._session.call(self._session.library.Open, count, duration) != _OK:
@@ -732,20 +733,19 @@ class File:
         with session.lock:
             session.call(library.FlushFileReader)
         try:
-            unit = self._first_key(backward, copy)
-            while unit is not None:
-                self._place = _KEY
+            while True:
+                with session.lock:
+                    unit = self._next_key(backward, copy)
+                    if unit is None:
+                        return
+                    self._place, self._key_dts = _KEY, unit.dts
                 yield unit
-                before = unit.dts
-                unit = self._deliver(library.GetPrevSyncUnit if backward else library.GetNextSyncUnit, copy)
-                if backward and unit is not None and unit.dts >= before:
-                    return  # the first key frame is delivered again and again
         finally:
             with session.lock:
                 if not self.closed:
                     session.call(library.ResumeFileReader)
 
-    def _first_key(self, backward: bool, copy: bool) -> Optional[Unit]:
+    def _next_key(self, backward: bool, copy: bool) -> Optional[Unit]:
         library = self._session.library
         place = self._place
         video = [track for track in self.enabled if track.kind is Kind.VIDEO]
@@ -755,7 +755,11 @@ class File:
             # From the start a step back brings the first key frame, wherever it lies.
             return self._require_table(self._deliver(library.GetPrevSyncUnit, copy))
         if place == _KEY:
-            return self._deliver(library.GetPrevSyncUnit if backward else library.GetNextSyncUnit, copy)
+            if not backward:
+                return self._deliver(library.GetNextSyncUnit, copy)
+            unit = self._deliver(library.GetPrevSyncUnit, copy)
+            # The first key frame is delivered again and again.
+            return unit if unit is not None and unit.dts < self._key_dts else None
         if place >= 0:
             unit = self._look(video[-1], copy)
             self._jump(place)
