@@ -16,9 +16,9 @@ Read one track from a time on::
     with kivmp4.open("clip.mp4") as f:
         f.disable(*f.tracks)
         f.enable(*(t for t in f.tracks if t.kind is kivmp4.Kind.AUDIO))
-        f.seek(12.5)
+        f.seek(0.5)
         for unit in f.units():
-            ...
+            print(unit.dts_seconds, len(unit.payload))
 
 Wind backward by key frames, as a player does in fast rewind::
 
@@ -405,7 +405,7 @@ class _Session:
 
     def __init__(self, source: Union[_Bytes, _Stream], filename: str, heap_size: int, log_level: int) -> None:
         self.filename = filename
-        self.lock = threading.RLock()
+        self._lock = threading.RLock()
         self.handle: Optional[int] = None
         self._source = source
         self._closing = False
@@ -413,6 +413,7 @@ class _Session:
         self._caller = 0  # the thread that calls the library
         self._inside = 0  # the thread that is in the source's read
         self._failure: Optional[BaseException] = None
+        self._lasting = False  # a failure of the library's own thread makes all later reads fail
         self._blocks: dict[int, mmap.mmap] = {}
         self.heap = mmap.mmap(-1, heap_size)  # takes memory only where it is written
         self._base = ctypes.addressof(ctypes.c_char.from_buffer(self.heap))
@@ -427,7 +428,6 @@ class _Session:
                                           heap_size, 0, log_level)
         if not self.handle:
             _idle.append(self.library)
-            source.close()
             raise self.error("refused: by its name, or the heap is too small")
         _sessions.add(self)
         self.library.InitUnit(self.handle, self.record)
@@ -448,7 +448,7 @@ class _Session:
             ctypes.memmove(destination, bytes(data), size)
             return size
         except BaseException as error:  # pylint: disable=broad-except
-            self._failure = error
+            self._failure, self._lasting = error, threading.get_ident() != self._caller
             return _READ_FAILED
         finally:
             self._inside = 0
@@ -465,13 +465,19 @@ class _Session:
     def _free(self, _context: Any, address: int) -> None:
         self._blocks.pop(address, None)
 
+    def __enter__(self) -> None:
+        self.check_thread()  # before the lock, which the call that waits for the source has
+        self._lock.acquire()
+
+    def __exit__(self, *_: Any) -> None:
+        self._lock.release()
+
     def check_thread(self) -> None:
         if self._inside and self._inside == threading.get_ident():
             raise Error("a file cannot be used from within its own source's read", self.filename)
 
     def check(self) -> None:
-        """Raises when nothing may be called, now or ever."""
-        self.check_thread()
+        """Raises when nothing may be called any more."""
         if self._closing or self.handle is None:
             raise ClosedError("is closed", self.filename)
 
@@ -490,7 +496,7 @@ class _Session:
             error = MediaError(message, self.filename)
             error.track = track
             return error
-        if not self._reader:  # a failure of the library's own thread stays
+        if not self._lasting:
             self._failure = None
         if not isinstance(failure, Exception):
             return failure
@@ -508,7 +514,7 @@ class _Session:
         self._closing = True  # ends a call that waits for the source
         if self.handle is None:
             return
-        with self.lock:
+        with self._lock:
             if self.handle is None:
                 return
             self.library.Destroy(self.handle)
@@ -561,7 +567,11 @@ class File:
     def __init__(self, source: Any, name: Optional[str] = None, heap_size: int = 64 << 20,
                  log_level: LogLevel = LogLevel.NONE) -> None:
         self.name, opened = _open_source(source, name)
-        self._session = _Session(opened, self.name, heap_size, log_level)
+        try:
+            self._session = _Session(opened, self.name, heap_size, log_level)
+        except BaseException:
+            opened.close()
+            raise
         self._finalizer = weakref.finalize(self, self._session.close)
         self._view: Optional[memoryview] = None
         self._place = _START
@@ -630,7 +640,7 @@ class File:
                 raise IndexError(f"{self.name}: has no track {index}")
             if enable and self.tracks[index].kind is None:
                 raise MediaError(f"track {index} cannot be described, so it cannot be delivered", self.name)
-            with self._session.lock:
+            with self._session:
                 self._session.call(self._session.library.EnableTrack, index, enable)
                 self._enabled[index] = enable
 
@@ -647,7 +657,7 @@ class File:
 
     def _deliver(self, function: Callable[..., int], copy: bool) -> Optional[Unit]:
         session = self._session
-        with session.lock:
+        with session:
             session.check()
             if self._view is not None:
                 self._release()
@@ -688,7 +698,7 @@ class File:
 
     def rewind(self) -> None:
         """Goes back to the first unit of each enabled track. Disabled tracks stay where they are."""
-        with self._session.lock:
+        with self._session:
             self._session.call(self._session.library.Rewind)
             self._place = _START
 
@@ -701,7 +711,7 @@ class File:
         sample, or the leading video track has no table of key frames.
         """
         ticks = round(seconds * TICKS_PER_SECOND)
-        with self._session.lock:
+        with self._session:
             self._jump(ticks)
             self._place = ticks
 
@@ -730,18 +740,18 @@ class File:
         """
         session = self._session
         library = session.library
-        with session.lock:
+        with session:
             session.call(library.FlushFileReader)
         try:
             while True:
-                with session.lock:
+                with session:
                     unit = self._next_key(backward, copy)
                     if unit is None:
                         return
                     self._place, self._key_dts = _KEY, unit.dts
                 yield unit
         finally:
-            with session.lock:
+            with session:
                 if not self.closed:
                     session.call(library.ResumeFileReader)
 

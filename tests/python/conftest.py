@@ -21,7 +21,7 @@ _CLIPS = {
     "faststart.mp4": (0, f"{_VIDEO} {_SOUND} {_X264} -g 15 -c:a aac -movflags faststart"),
     "onekey.mp4": (0, f"{_VIDEO} {_X264} -g 300"),
     "allkeys.mp4": (0, f"{_VIDEO} {_SOUND} {_X264} -g 1 -c:a aac"),
-    "surround.m4a": (0, f"{_SOUND} -c:a aac -ac 6 -ar 48000"),
+    "surround.m4a": (0, f"{_SOUND.replace('1.2', '20')} -c:a aac -b:a 384k -ac 6 -ar 48000 -movflags faststart"),
     "visual.mp4": (0, f"{_VIDEO} {_SOUND} -c:v mpeg4 -g 12 -bf 0 -c:a aac"),
     "many.mp4": (0, f"{_VIDEO} {_SOUND} {_X264} -map 0 -map 0 -map 1 -map 1 -disposition:v default -disposition:a "
                     "default -g 10 -c:a aac -ar:a:1 22050"),
