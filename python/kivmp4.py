@@ -218,9 +218,13 @@ class Unit(NamedTuple):
         return self.duration / TICKS_PER_SECOND
 
 
+_get_ident = threading.get_ident
+_new_tuple: Callable[..., Any] = tuple.__new__
+
 # The records of the C interface. An AccessUnit is 56 bytes, taken apart at once: payload, size, pts, dts, duration,
 # isSync, trackIndex. Field after field it would cost more than the delivery.
 _ACCESS_UNIT = struct.Struct("P4xiqqqII8x" if ctypes.sizeof(ctypes.c_void_p) == 8 else "P4xi4xqqqII8x")
+_unpack_unit = _ACCESS_UNIT.unpack_from
 
 _Open = ctypes.CFUNCTYPE(ctypes.c_int32, ctypes.c_void_p, ctypes.c_char_p, ctypes.c_uint32)
 _Close = ctypes.CFUNCTYPE(ctypes.c_int32, ctypes.c_void_p)
@@ -361,9 +365,27 @@ def library_version() -> Optional[str]:
     return _original.version if _original else None
 
 
-class _Bytes:
-    """Bytes as a file to be read."""
+class _Source:
+    """What the file's bytes come from."""
 
+    size: int
+
+    def read(self, offset: int, size: int) -> Optional[bytes]:
+        """Returns None when there is nothing yet, fewer bytes at the end."""
+        raise NotImplementedError
+
+    def fill(self, destination: int, offset: int, size: int) -> Optional[int]:
+        """Copies bytes to an address, and returns how many there were as `read` does; more than `size` are not copied."""
+        data = self.read(offset, size)
+        if data is not None and len(data) == size:
+            ctypes.memmove(destination, bytes(data), size)
+        return data if data is None else len(data)
+
+    def close(self) -> None:
+        """Lets go of what is the module's own."""
+
+
+class _Bytes(_Source):
     def __init__(self, data: Any) -> None:
         self._view = memoryview(data).cast("B")
         self.size = len(self._view)
@@ -375,17 +397,14 @@ class _Bytes:
         self._view.release()
 
 
-class _Stream:
-    """A file object, or a file of our own by its path."""
-
-    def __init__(self, file: Any, own: bool) -> None:
-        self._file, self._own = file, own
+class _FileObject(_Source):
+    def __init__(self, file: Any) -> None:
+        self._file = file
         self.size = file.seek(0, os.SEEK_END)
         if not isinstance(self.size, int):  # some objects' seek answers nothing
             self.size = file.tell()
 
     def read(self, offset: int, size: int) -> Optional[bytes]:
-        """Returns None when the object has nothing yet, fewer bytes at its end."""
         self._file.seek(offset)
         data = self._file.read(size)
         while data and len(data) < size:
@@ -395,36 +414,41 @@ class _Stream:
             data += more
         return data
 
+
+class _Path(_FileObject):
+    def fill(self, destination: int, offset: int, size: int) -> Optional[int]:
+        self._file.seek(offset)
+        return self._file.readinto((ctypes.c_char * size).from_address(destination))
+
     def close(self) -> None:
-        if self._own:
-            self._file.close()
+        self._file.close()
 
 
 class _Session:
     """A handle of the library with all that must outlive it. The only place that calls the library for a file."""
 
-    def __init__(self, source: Union[_Bytes, _Stream], filename: str, heap_size: int, log_level: int) -> None:
+    def __init__(self, source: _Source, filename: str, heap_size: int, log_level: int) -> None:
         self.filename = filename
-        self._lock = threading.RLock()
+        self.lock = threading.RLock()
         self.handle: Optional[int] = None
         self._source = source
-        self._closing = False
+        self.closing = False
         self._reader = 0  # the library's own thread, once it has read
-        self._caller = 0  # the thread that calls the library
-        self._inside = 0  # the thread that is in the source's read
+        self.caller = 0  # the thread that calls the library
+        self.inside = 0  # the thread that is in the source's read
         self._failure: Optional[BaseException] = None
         self._lasting = False  # a failure of the library's own thread makes all later reads fail
         self._blocks: dict[int, mmap.mmap] = {}
         self.heap = mmap.mmap(-1, heap_size)  # takes memory only where it is written
-        self._base = ctypes.addressof(ctypes.c_char.from_buffer(self.heap))
-        self._view = memoryview(self.heap).toreadonly()
+        self.base = ctypes.addressof(ctypes.c_char.from_buffer(self.heap))
+        self.view = memoryview(self.heap).toreadonly()
         self.record = (ctypes.c_uint64 * 7)()
         self._files = _FileInterface(None, _Open(lambda *_: 0), _Close(lambda _: 0), _Read(self._read),
                                      _GetSize(lambda _: source.size))
         self._memory = _ClientAllocator(None, _Allocate(self._allocate), _Free(self._free))
         self.library = _take_library()
-        self._caller = threading.get_ident()
-        self.handle = self.library.Create(filename.encode("utf-8", "replace"), self._files, self._memory, self._base,
+        self.caller = threading.get_ident()
+        self.handle = self.library.Create(filename.encode("utf-8", "replace"), self._files, self._memory, self.base,
                                           heap_size, 0, log_level)
         if not self.handle:
             _idle.append(self.library)
@@ -435,23 +459,22 @@ class _Session:
     # Nothing may be raised through the library, so what goes wrong is kept for the call that meets it.
     def _read(self, _context: Any, destination: int, offset: int, size: int) -> int:
         try:
-            thread = self._inside = threading.get_ident()
-            if thread != self._caller:
+            thread = self.inside = threading.get_ident()
+            if thread != self.caller:
                 self._reader = thread
-            if self._closing:
+            if self.closing:
                 return _READ_FAILED
-            data = self._source.read(offset, size)
-            if data is None:
+            count = self._source.fill(destination, offset, size)
+            if count is None:
                 return 0  # the library asks again
-            if len(data) != size:
-                raise EOFError(f"{len(data)} bytes instead of {size} at offset {offset}")
-            ctypes.memmove(destination, bytes(data), size)
+            if count != size:
+                raise EOFError(f"{count} bytes instead of {size} at offset {offset}")
             return size
         except BaseException as error:  # pylint: disable=broad-except
-            self._failure, self._lasting = error, threading.get_ident() != self._caller
+            self._failure, self._lasting = error, threading.get_ident() != self.caller
             return _READ_FAILED
         finally:
-            self._inside = 0
+            self.inside = 0
 
     def _allocate(self, _context: Any, _alignment: int, size: int) -> Optional[int]:
         try:
@@ -467,30 +490,30 @@ class _Session:
 
     def __enter__(self) -> None:
         self.check_thread()  # before the lock, which the call that waits for the source has
-        self._lock.acquire()
+        self.lock.acquire()
 
     def __exit__(self, *_: Any) -> None:
-        self._lock.release()
+        self.lock.release()
 
     def check_thread(self) -> None:
-        if self._inside and self._inside == threading.get_ident():
+        if self.inside and self.inside == threading.get_ident():
             raise Error("a file cannot be used from within its own source's read", self.filename)
 
     def check(self) -> None:
         """Raises when nothing may be called any more."""
-        if self._closing or self.handle is None:
+        if self.closing or self.handle is None:
             raise ClosedError("is closed", self.filename)
 
     def call(self, function: Callable[..., int], *arguments: Any) -> int:
         """Calls a function of the library for the handle. The lock is held."""
         self.check()
-        self._caller = threading.get_ident()
+        self.caller = threading.get_ident()
         return function(self.handle, *arguments)
 
     def error(self, message: str, track: Optional[int] = None) -> BaseException:
         """What a failed call raises: the source's failure if there is one, else a MediaError of that message."""
         failure = self._failure
-        if self._closing:
+        if self.closing:
             return ClosedError("was closed while it was read", self.filename)
         if failure is None:
             error = MediaError(message, self.filename)
@@ -502,19 +525,15 @@ class _Session:
             return failure
         return _source_error(failure, self.filename)
 
-    def payload(self, address: int, size: int, copy: bool) -> Union[bytes, memoryview]:
-        start = address - self._base
-        return self.heap[start:start + size] if copy else self._view[start:start + size]
-
     def close(self) -> None:
         """Ends the handle. A finalizer may run on any thread: also on the library's own, which Destroy waits for."""
         if threading.get_ident() == self._reader and self.handle is not None:
             threading.Thread(target=self.close).start()
             return
-        self._closing = True  # ends a call that waits for the source
+        self.closing = True  # ends a call that waits for the source
         if self.handle is None:
             return
-        with self._lock:
+        with self.lock:
             if self.handle is None:
                 return
             self.library.Destroy(self.handle)
@@ -655,29 +674,37 @@ class File:
             raise Error("the payload of the last unit is still used by another object; copy it, or drop that object "
                         "before the next unit", self.name) from None
 
+    # Once for each unit, so written out: with calls for its steps it took twice as long.
     def _deliver(self, function: Callable[..., int], copy: bool) -> Optional[Unit]:
         session = self._session
-        with session:
-            session.check()
+        if session.inside:
+            session.check_thread()
+        with session.lock:
+            if session.closing or session.handle is None:
+                session.check()
             if self._view is not None:
                 self._release()
-            result = session.call(function, session.record)
+            session.caller = _get_ident()
+            result = function(session.handle, session.record)
             if result == _OK:
                 return self._unit(copy)
             if result == _END:
                 return None
-            index = _ACCESS_UNIT.unpack_from(session.record)[-1]
+            index = _unpack_unit(session.record)[-1]
             raise session.error(f"stopped at track {index}: damaged or cut off there, or the unit does not fit in the heap",
                                 index)
 
     def _unit(self, copy: bool) -> Unit:
         """The unit that was delivered last."""
         session = self._session
-        address, size, pts, dts, duration, sync, index = _ACCESS_UNIT.unpack_from(session.record)
-        payload = session.payload(address, size, copy)
-        if isinstance(payload, memoryview):
-            self._view = payload
-        return Unit(self.tracks[index], pts, dts, duration, sync != 0, payload)
+        address, size, pts, dts, duration, sync, index = _unpack_unit(session.record)
+        start = address - session.base
+        payload: Union[bytes, memoryview]
+        if copy:
+            payload = session.heap[start:start + size]
+        else:
+            payload = self._view = session.view[start:start + size]
+        return _new_tuple(Unit, (self.tracks[index], pts, dts, duration, sync != 0, payload))
 
     def read(self, copy: bool = True) -> Optional[Unit]:
         """The next unit of the enabled tracks, the one that lies first in the file; None at the end.
@@ -690,8 +717,10 @@ class File:
 
     def units(self, copy: bool = True) -> Iterator[Unit]:
         """The units from here to the end, in the order of the file; `copy` as in `read`."""
+        next_unit = self._session.library.GetNextUnit
         while True:
-            unit = self.read(copy)
+            unit = self._deliver(next_unit, copy)
+            self._place = _ELSEWHERE
             if unit is None:
                 return
             yield unit
@@ -802,7 +831,7 @@ class File:
         return unit
 
 
-def _open_source(source: Any, name: Optional[str]) -> Tuple[str, Union[_Bytes, _Stream]]:
+def _open_source(source: Any, name: Optional[str]) -> Tuple[str, _Source]:
     """Returns the name that errors tell, and the source."""
     if isinstance(source, (str, os.PathLike)):
         name = name or os.fsdecode(source)
@@ -810,16 +839,16 @@ def _open_source(source: Any, name: Optional[str]) -> Tuple[str, Union[_Bytes, _
             file = io.open(source, "rb", buffering=0)
         except (OSError, ValueError) as error:
             raise _source_error(error, name) from error
-        own = True
+        make: Callable[[Any], _Source] = _Path
     elif hasattr(source, "read") and hasattr(source, "seek"):
         name = name or str(getattr(source, "name", "<file object>"))
-        file, own = source, False
+        file, make = source, _FileObject
     else:
         return name or "<bytes>", _Bytes(source)
     try:
-        return name, _Stream(file, own)
+        return name, make(file)
     except Exception as error:
-        if own:
+        if make is _Path:
             file.close()
         raise _source_error(error, name) from error
 
