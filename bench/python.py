@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Units a second that the Python module delivers, beside the packets that PyAV does: bench/python.py [--rounds N] FILE...
+"""Units a second that the Python module delivers, beside PyAV's packets: bench/python.py [--rounds N] FILE...
 
-Needs PyAV (python3-av in Debian) and the library, at KIVMP4_LIBRARY or in build/. The three ways through a file alternate
-in one process, each with bytes of its own for a unit or without a copy, and the fastest of all rounds counts.
+Needs PyAV (python3-av in Debian) and the library, at KIVMP4_LIBRARY or in build/. Module and PyAV alternate in one
+process, once with bytes of its own for each unit and once without a copy, and the fastest of all rounds counts.
 """
 import argparse
 import os
@@ -46,9 +46,9 @@ def main():
                     counts[play] = play(path, copy)
                     best[play] = min(best.get(play, 1e9), time.perf_counter() - start)
             ours, theirs = (counts[play] / best[play] for play in (module, pyav))
-            print(f"{pathlib.Path(path).name:<16} {counts[module]:>8}  {'bytes' if copy else 'no copy':<9} {ours:>9.0f} "
-                  f"{theirs:>9.0f}  {ours / theirs:5.2f}" + ("" if counts[module] == counts[pyav] else
-                                                          f"  PyAV delivers {counts[pyav]}"))
+            note = "" if counts[module] == counts[pyav] else f"  PyAV delivers {counts[pyav]}"
+            print(f"{pathlib.Path(path).name:<16} {counts[module]:>8}  {'bytes' if copy else 'no copy':<9} "
+                  f"{ours:>9.0f} {theirs:>9.0f}  {ours / theirs:5.2f}{note}")
 
 
 if __name__ == "__main__":

@@ -31,14 +31,15 @@ The source is a path, bytes, or a file object that is opened in binary mode and 
     kivmp4.open(data, name="from the network")
     kivmp4.open(archive.open("clip.mp4"))
 
-Without a copy. `units(copy=False)` hands each payload out as a memoryview of the library's own memory. It is valid until
-the next unit is asked for; then it is released, and using it raises ValueError. Slices taken of it are not released: they
-stay readable, and show other bytes later.
+Without a copy. `units(copy=False)` hands each payload out as a memoryview of the library's own memory. It is valid
+until the next unit is asked for; then it is released, and using it raises ValueError. Slices taken of it are not
+released: they stay readable, and show other bytes later.
 
 Errors. Whatever goes wrong with a file raises a subclass of `kivmp4.Error`, with the file's name in the message.
 
-Threads. Each `File` may be used by several threads, which wait for each other. `close` ends a call of another thread that
-waits for the source. A file object is read by a thread of the library too, so nothing else may use it meanwhile.
+Threads. Each `File` may be used by several threads, which wait for each other. `close` ends a call of another thread
+that waits for the source, once the source's `read` returns. A file object is read by a thread of the library too, so
+nothing else may use it meanwhile.
 
 The library is looked for at the path in the environment variable KIVMP4_LIBRARY, beside this module, and where the
 system has its libraries. It serves one file at a time, so each further file that is open at the same time loads a copy.
@@ -61,14 +62,15 @@ import weakref
 from typing import Any, Callable, Iterator, List, NamedTuple, Optional, Tuple, Union
 
 __version__ = "1.0.0"
-__all__ = ["TICKS_PER_SECOND", "ClosedError", "Codec", "Error", "File", "Kind", "LibraryError", "LogLevel", "MediaError",
-           "SeekError", "SourceError", "Track", "Unit", "library_version", "open"]
+__all__ = ["TICKS_PER_SECOND", "ClosedError", "Codec", "Error", "File", "Kind", "LibraryError", "LogLevel",
+           "MediaError", "SeekError", "SourceError", "Track", "Unit", "library_version", "open"]
 
 TICKS_PER_SECOND = 90000
 """Times of units are counted in ticks of this length."""
 
 _OK, _END, _NOWHERE = 0, 1, -2
-# Where a file stands: at its start, at a key frame that was delivered, elsewhere, or where the seek to a time led, 0 or more.
+# Where a file stands: at its start, at a key frame that was delivered, elsewhere, or (0 or more) where the seek to that
+# many ticks led.
 _START, _KEY, _ELSEWHERE = -1, -2, -3
 _READ_FAILED = 0xFFFFFFFF
 _LEVEL_3D = 100
@@ -120,7 +122,7 @@ class LibraryError(Error):
 
 
 class SourceError(Error, OSError):
-    """The source cannot be opened or read. `__cause__` is what it raised, `errno` the system's number if there is one."""
+    """The source cannot be opened or read. `__cause__` is what it raised, `errno` the system's number if any."""
 
 
 class MediaError(Error):
@@ -190,8 +192,8 @@ class Track:
 class Unit(NamedTuple):
     """One coded sample, ready for a decoder.
 
-    H.264 comes with start codes. Its parameter sets stand before the first sample of the track and before the first unit
-    that is delivered of it, but not after a seek: keep them, or take them from `track.config`.
+    H.264 comes with start codes. Its parameter sets stand before the first sample of the track and before the first
+    unit that is delivered of it, but not after a seek: keep them, or take them from `track.config`.
     """
 
     track: Track
@@ -235,7 +237,8 @@ _Free = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_void_p)
 
 
 class _FileInterface(ctypes.Structure):
-    _fields_ = [("context", ctypes.c_void_p), ("open", _Open), ("close", _Close), ("read", _Read), ("getSize", _GetSize)]
+    _fields_ = [("context", ctypes.c_void_p), ("open", _Open), ("close", _Close), ("read", _Read),
+                ("getSize", _GetSize)]
 
 
 class _ClientAllocator(ctypes.Structure):
@@ -327,8 +330,8 @@ def _load() -> _Library:
         if version is not None:
             has, wants = ([int(part) for part in text.split(".")] for text in (version, __version__))
             if has[0] != wants[0] or has < wants:
-                raise LibraryError(f"is version {version} of the library, but this module needs {__version__} or a later "
-                                   f"{wants[0]}.x", library.path)
+                raise LibraryError(f"is version {version} of the library, but this module needs {__version__} or a "
+                                   f"later {wants[0]}.x", library.path)
         return library
     raise LibraryError(f"cannot be loaded; set KIVMP4_LIBRARY to its path ({'; '.join(reasons)})", "KivMp4 library")
 
@@ -375,7 +378,7 @@ class _Source:
         raise NotImplementedError
 
     def fill(self, destination: int, offset: int, size: int) -> Optional[int]:
-        """Copies bytes to an address, and returns how many there were as `read` does; more than `size` are not copied."""
+        """Copies `size` bytes to an address. Returns how many there were; if not `size`, they are of no use."""
         data = self.read(offset, size)
         if data is not None and len(data) == size:
             ctypes.memmove(destination, bytes(data), size)
@@ -691,8 +694,8 @@ class File:
             if result == _END:
                 return None
             index = _unpack_unit(session.record)[-1]
-            raise session.error(f"stopped at track {index}: damaged or cut off there, or the unit does not fit in the heap",
-                                index)
+            raise session.error(f"stopped at track {index}: damaged or cut off there, or the unit does not fit in the "
+                                "heap", index)
 
     def _unit(self, copy: bool) -> Unit:
         """The unit that was delivered last."""
@@ -755,17 +758,19 @@ class File:
             self.rewind()
             result = session.call(session.library.JumpPTS, ticks)
         if result != _OK:
-            raise SeekError(f"cannot seek to {ticks / TICKS_PER_SECOND:.3f} s: past the last sample, or there is no table "
-                            "of key frames", self.name)
+            raise SeekError(f"cannot seek to {ticks / TICKS_PER_SECOND:.3f} s: past the last sample, or there is no "
+                            "table of key frames", self.name)
 
     def key_frames(self, backward: bool = False, copy: bool = True) -> Iterator[Unit]:
         """The key frames of the last enabled video track, forward or backward from here, in trick mode.
 
-        After opening, `rewind` and `seek` the key frame at that place comes first. In between, it is the next one forward,
-        and the one before backward. All other tracks move to the time of the key frame, so `units` then goes on from the
-        key frame that was delivered last. Trick mode, in which nothing is read ahead, ends with the iteration.
+        After opening, `rewind` and `seek` the key frame at that place comes first. In between, it is the next one
+        forward, and the one before backward. All other tracks move to the time of the key frame, so `units` then goes
+        on from the key frame that was delivered last. Trick mode, in which nothing is read ahead, ends with the
+        iteration.
 
-        Raises SeekError without an enabled video track, and when it has no table of key frames: every frame is one then.
+        Raises SeekError without an enabled video track, and when it has no table of key frames: every frame is one
+        then. (In the middle of such a track, forward, there just are none.)
         """
         session = self._session
         library = session.library
@@ -859,8 +864,8 @@ def open(source: Any, *, name: Optional[str] = None, heap_size: int = 64 << 20, 
 
     source     a path (str or os.PathLike), a bytes-like object, or a binary file object with `read` and `seek`. A file
                object is not closed with the file. Its `read` may answer None for "nothing yet"
-    name       for errors, instead of the path or the file object's `name`. ".mpd" and ".ism" are refused, ".m3d" marks a
-               3D file
+    name       for errors, instead of the path or the file object's `name`. ".mpd" and ".ism" are refused, ".m3d"
+               marks a 3D file
     heap_size  the library's working memory in bytes: 230 KiB and four times the largest unit do; what is not used takes
                no memory
     log_level  what the library writes to standard error

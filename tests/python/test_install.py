@@ -29,7 +29,8 @@ def python(program, executable=sys.executable, **environment):
 def test_version_and_records_are_those_of_the_header(tmp_path):
     header = (ROOT / "include" / "KivMp4.h").read_text()
     assert kivmp4.__version__ == re.search(r'KIVMP4_VERSION "(.*)"', header)[1] == kivmp4.library_version()
-    for name, kind in (("VIDEO_", kivmp4.Codec), ("AUDIO_", kivmp4.Codec), ("KIND_", kivmp4.Kind), ("LOG_", kivmp4.LogLevel)):
+    for name, kind in (("VIDEO_", kivmp4.Codec), ("AUDIO_", kivmp4.Codec), ("KIND_", kivmp4.Kind),
+                       ("LOG_", kivmp4.LogLevel)):
         values = re.findall(rf"\bKIVMP4_{name}(\w+) = (\d+)", header)
         assert values
         for member, value in values:
@@ -70,7 +71,8 @@ def test_the_library_is_found_and_must_fit(clips, tmp_path):
 
 
 def test_the_wheel_works_in_an_empty_environment(clips, tmp_path):
-    shutil.copytree(ROOT / "python", tmp_path / "python", ignore=shutil.ignore_patterns("build", "*.egg-info", "__pycache__"))
+    left_out = shutil.ignore_patterns("build", "*.egg-info", "__pycache__")
+    shutil.copytree(ROOT / "python", tmp_path / "python", ignore=left_out)
     pip = [sys.executable, "-m", "pip", "--disable-pip-version-check", "-q"]
     subprocess.run([*pip, "wheel", "--no-index", "--no-build-isolation", "--no-deps", "-w", str(tmp_path),
                     str(tmp_path / "python")], check=True)
@@ -93,6 +95,7 @@ def test_the_examples_of_the_help_run(clips, tmp_path, monkeypatch, capsys):
         exec(textwrap.dedent(block), names := {"kivmp4": kivmp4})
         printed.append(capsys.readouterr().out.splitlines())
     assert len(printed[0]) == 1 + 2 + 83
-    assert float(printed[1][0].split()[0]) == pytest.approx(0.5, abs=0.03) and names["unit"].track.kind is kivmp4.Kind.AUDIO
+    assert float(printed[1][0].split()[0]) == pytest.approx(0.5, abs=0.03)
+    assert names["unit"].track.kind is kivmp4.Kind.AUDIO
     with kivmp4.open("clip.mp4") as f:
         exec(textwrap.dedent(blocks[2]), {"f": f})

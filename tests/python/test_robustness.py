@@ -47,8 +47,9 @@ class Source(io.BytesIO):
 def test_what_is_not_an_mp4_file(clips):
     data = clips["demo.mp4"].read_bytes()
     head = data.index(b"moov")
-    for name, content in [("empty", b""), ("a letter", b"x"), ("text", b"Not a film. " * 5000), ("zeros", bytes(300000)),
-                          ("noise", bytes(i * i * 7919 >> 5 & 255 for i in range(100000))), ("cut tables", data[:head + 400])]:
+    noise = bytes(i * i * 7919 >> 5 & 255 for i in range(100000))
+    for name, content in [("empty", b""), ("a letter", b"x"), ("text", b"Not a film. " * 5000), ("noise", noise),
+                          ("zeros", bytes(300000)), ("cut tables", data[:head + 400])]:
         with pytest.raises(kivmp4.MediaError, match=f"^{name}: "):
             play(content, name=name)
     with pytest.raises(kivmp4.MediaError, match="^film.mpd: refused"):
@@ -109,8 +110,8 @@ def test_a_source_that_fails(clips):
         raise ZeroDivisionError("broken disk")
 
     whole = len(play(data))
-    cases = {"raises": (raise_it, ZeroDivisionError), "ends": (lambda: b"", EOFError), "text": (lambda: "text", Exception),
-             "too much": (lambda: bytes(1 << 20), EOFError)}
+    cases = {"raises": (raise_it, ZeroDivisionError), "ends": (lambda: b"", EOFError),
+             "text": (lambda: "text", Exception), "too much": (lambda: bytes(1 << 20), EOFError)}
     for what, (act, cause) in cases.items():
         for number in (0, 1, 4, 7):
             got = []
@@ -119,6 +120,10 @@ def test_a_source_that_fails(clips):
                     got.extend(f)
             assert isinstance(caught.value.__cause__, cause), (what, number)
             assert len(got) < whole
+    with kivmp4.open(Source(data, 6, raise_it)) as f:
+        for _ in range(3):  # what has failed stays so
+            with pytest.raises(kivmp4.SourceError):
+                list(f)
     with pytest.raises(KeyboardInterrupt):
         play(Source(data, 4, interrupt))
     early = io.BytesIO(data)

@@ -153,8 +153,8 @@ def test_tracks_are_enabled_one_by_one(clips):
 
 def test_a_track_that_cannot_be_described_is_left_out(clips, tmp_path):
     path = tmp_path / "law.mov"
-    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", str(clips["demo.mp4"]), "-c:v", "copy", "-c:a", "pcm_alaw",
-                    str(path)], check=True)
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", str(clips["demo.mp4"]), "-c:v", "copy",
+                    "-c:a", "pcm_alaw", str(path)], check=True)
     with kivmp4.open(path) as f:
         assert [track.kind for track in f.tracks] == [kivmp4.Kind.VIDEO, None]
         assert {unit.track.index for unit in f} == {0}
