@@ -289,7 +289,8 @@ def test_a_child_process_leaves_its_parents_file_alone(clips):
 
 def test_a_program_may_end_with_files_open(clips):
     program = """
-import sys, threading
+import atexit, sys, threading
+atexit.register(lambda: print(f.closed, g.closed))  # after what is registered later
 sys.path.insert(0, sys.argv[1])
 import kivmp4
 f = kivmp4.open(open(sys.argv[2], "rb"))
@@ -311,4 +312,4 @@ print("end")
 """
     run = subprocess.run([sys.executable, "-c", program, str(ROOT / "python"), str(clips["large.mp4"])], timeout=60,
                          capture_output=True, text=True)
-    assert (run.returncode, run.stdout, run.stderr) == (0, "end\n", "")
+    assert (run.returncode, run.stdout, run.stderr) == (0, "end\nTrue True\n", "")

@@ -194,6 +194,11 @@ def test_seeks_and_key_frames(clips, name):
             assert wind(backward=True) == keys[number::-1]
             assert wind() == keys[1:]
 
+        # Past the last key frame a seek leads to the frame itself.
+        for backward, expected in ((True, keys[::-1]), (False, [])):
+            f.seek(video[-2].dts / 90000)
+            assert wind(backward=backward) == expected
+
         # The video's time decides, and sound goes along.
         f.seek(keys[-1] / 90000)
         after = list(f)
