@@ -76,14 +76,14 @@ _READ_FAILED = 0xFFFFFFFF
 _LEVEL_3D = 100
 
 
-class Kind(enum.IntEnum):
+class Kind(enum.Enum):
     """What a track holds."""
 
     VIDEO = 0
     AUDIO = 1
 
 
-class Codec(enum.IntEnum):
+class Codec(enum.Enum):
     """How a track is coded. WAVEFORMAT is audio whose configuration is a waveform-format header."""
 
     MPEG4 = 0
@@ -92,7 +92,7 @@ class Codec(enum.IntEnum):
     WAVEFORMAT = 4
 
 
-class LogLevel(enum.IntEnum):
+class LogLevel(enum.Enum):
     """What the library writes to standard error. H264 writes the report of each parameter set and nothing else."""
 
     NONE = 0
@@ -147,50 +147,62 @@ class ClosedError(Error, ValueError):
 class Track:
     """A track and what a decoder is told of it. A field is None when it does not apply, or the file does not tell it.
 
-    A track that cannot be described (uncompressed video, PCM) has `kind` None and cannot be enabled.
+    index     number of the track, from 0, among those that the library takes; other programs may number differently
+    kind      Kind; None for a track that cannot be described (uncompressed video, PCM), which cannot be enabled either
+    codec     Codec
+    language  ISO 639-2/T, three letters
+    config    bytes. H.264: AVCDecoderConfigurationRecord; AAC: AudioSpecificConfig; MPEG-4: DecoderSpecificInfo
+
+    Video:
+    width, height         pixels, as the file states them
+    mean_sample_duration  seconds
+    max_track_offset      bytes to allow for between samples of two tracks that are due together
+
+    H.264:
+    profile, level        profile_idc and level_idc; the level may have been raised so that a decoder reserves enough
+    ref_frames            reference frames
+    dec_frame_buffering   decoded frames to be buffered
+    aspect_ratio          sample aspect ratio, fraction cut off
+    is_3d                 whether the file name marks a 3D file (".m3d")
+
+    Audio:
+    sample_rate           samples per second
+    channels              channel count; for AAC the channelConfiguration
+    bits_per_sample       16 for AAC
+    max_bitrate, avg_bitrate, buffer_size
+                          AAC: bits per second, and the decoder's buffer in bytes
     """
 
     index: int
-    """Number of the track, from 0, among those that the library takes. Other programs may number differently."""
     kind: Optional[Kind] = None
     codec: Optional[Codec] = None
+    language: Optional[str] = None
+    config: bytes = b""
     width: Optional[int] = None
-    """Video: pixels, as the file states them."""
     height: Optional[int] = None
-    profile: Optional[int] = None
-    """H.264: profile_idc."""
-    level: Optional[int] = None
-    """H.264: level_idc; may have been raised so that a decoder reserves enough frames."""
-    ref_frames: Optional[int] = None
-    """H.264: reference frames."""
-    dec_frame_buffering: Optional[int] = None
-    """H.264: decoded frames to be buffered."""
-    is_3d: bool = False
-    """H.264: whether the file name marks a 3D file (".m3d")."""
-    aspect_ratio: Optional[int] = None
-    """H.264: sample aspect ratio, fraction cut off."""
-    max_track_offset: Optional[int] = None
-    """Video: bytes to allow for between samples of two tracks that are due together."""
     mean_sample_duration: Optional[float] = None
-    """Video: seconds."""
+    max_track_offset: Optional[int] = None
+    profile: Optional[int] = None
+    level: Optional[int] = None
+    ref_frames: Optional[int] = None
+    dec_frame_buffering: Optional[int] = None
+    aspect_ratio: Optional[int] = None
+    is_3d: bool = False
     sample_rate: Optional[int] = None
-    """Audio: samples per second."""
-    bits_per_sample: Optional[int] = None
     channels: Optional[int] = None
-    """Audio: channel count; for AAC the channelConfiguration."""
+    bits_per_sample: Optional[int] = None
     max_bitrate: Optional[int] = None
-    """AAC: bits per second."""
     avg_bitrate: Optional[int] = None
     buffer_size: Optional[int] = None
-    """AAC: the decoder's buffer in bytes."""
-    language: Optional[str] = None
-    """ISO 639-2/T, three letters."""
-    config: bytes = b""
-    """H.264: AVCDecoderConfigurationRecord. AAC: AudioSpecificConfig. MPEG-4: DecoderSpecificInfo."""
 
 
 class Unit(NamedTuple):
     """One coded sample, ready for a decoder.
+
+    track               the Track that it belongs to
+    pts, dts, duration  presentation time, decode time and duration in ticks of 1/90000 s
+    is_sync             whether decoding can start here
+    payload             bytes, or a memoryview that the next unit ends
 
     H.264 comes with start codes. Its parameter sets stand before the first sample of the track and before the first
     unit that is delivered of it, but not after a seek: keep them, or take them from `track.config`.
@@ -198,25 +210,24 @@ class Unit(NamedTuple):
 
     track: Track
     pts: int
-    """Presentation time in ticks of 1/90000 s."""
     dts: int
-    """Decode time in ticks."""
     duration: int
-    """In ticks."""
     is_sync: bool
-    """Whether decoding can start here."""
     payload: Union[bytes, memoryview]
 
     @property
     def pts_seconds(self) -> float:
+        """Presentation time in seconds."""
         return self.pts / TICKS_PER_SECOND
 
     @property
     def dts_seconds(self) -> float:
+        """Decode time in seconds."""
         return self.dts / TICKS_PER_SECOND
 
     @property
     def duration_seconds(self) -> float:
+        """Duration in seconds."""
         return self.duration / TICKS_PER_SECOND
 
 
@@ -430,7 +441,7 @@ class _Path(_FileObject):
 class _Session:
     """A handle of the library with all that must outlive it. The only place that calls the library for a file."""
 
-    def __init__(self, source: _Source, filename: str, heap_size: int, log_level: int) -> None:
+    def __init__(self, source: _Source, filename: str, heap_size: int, log_level: LogLevel) -> None:
         self.filename = filename
         self.lock = threading.RLock()
         self.handle: Optional[int] = None
@@ -452,7 +463,7 @@ class _Session:
         self.library = _take_library()
         self.caller = threading.get_ident()
         self.handle = self.library.Create(filename.encode("utf-8", "replace"), self._files, self._memory, self.base,
-                                          heap_size, 0, log_level)
+                                          heap_size, 0, LogLevel(log_level).value)
         if not self.handle:
             _idle.append(self.library)
             raise self.error("refused: by its name, or the heap is too small")
@@ -568,7 +579,7 @@ def _source_error(cause: Exception, filename: str) -> SourceError:
 def _describe(index: int, info: _CodecInfo) -> Track:
     common = {"index": index, "kind": Kind(info.kind), "codec": Codec(info.subtype),
               "language": info.language.decode("latin-1") or None, "config": bytes(info.config[:info.configSize])}
-    if info.kind == Kind.AUDIO:
+    if common["kind"] is Kind.AUDIO:
         return Track(**common, sample_rate=info.sampleRate or None, bits_per_sample=info.bitsPerSample or None,
                      channels=info.channels, max_bitrate=info.maxBitrate or None, avg_bitrate=info.avgBitrate or None,
                      buffer_size=info.bufferSize or None)
@@ -583,7 +594,14 @@ def _describe(index: int, info: _CodecInfo) -> Track:
 class File:
     """An open MP4 file; made by `kivmp4.open`. All tracks that can be described are enabled, and stand at their start.
 
-    Close it with `close` or a `with` statement; one that is no longer referred to closes itself.
+    name      the name that errors tell
+    duration  of the whole movie, in seconds
+    tracks    all tracks that the library takes; `tracks[n].index` is n
+    enabled   those that are delivered
+    closed    whether it was closed
+
+    Iterating over it is iterating over its `units`. Close it with `close` or a `with` statement; one that is no longer
+    referred to closes itself.
     """
 
     def __init__(self, source: Any, name: Optional[str] = None, heap_size: int = 64 << 20,
@@ -603,9 +621,7 @@ class File:
             if self._session.call(self._session.library.Open, count, duration) != _OK:
                 raise self._session.error("is not a usable MP4 file")
             self.duration: float = duration.value / 10000
-            """Of the whole movie, in seconds."""
             self.tracks: Tuple[Track, ...] = tuple(self._describe(index) for index in range(count.value))
-            """All tracks that the library takes; `tracks[n].index` is n."""
             self._enabled = [False] * count.value
             self.enable(*(track for track in self.tracks if track.kind is not None))
         except BaseException:
@@ -626,6 +642,7 @@ class File:
 
     @property
     def closed(self) -> bool:
+        """Whether the file was closed."""
         return self._session.handle is None
 
     def close(self) -> None:

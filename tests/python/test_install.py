@@ -34,7 +34,7 @@ def test_version_and_records_are_those_of_the_header(tmp_path):
         values = re.findall(rf"\bKIVMP4_{name}(\w+) = (\d+)", header)
         assert values
         for member, value in values:
-            assert kind[member] == int(value)
+            assert kind[member].value == int(value)
     assert ctypes.sizeof(kivmp4._CodecInfo) == 344 and kivmp4._ACCESS_UNIT.size == 56
     # Every field of the record, in its place.
     fields = [field[0] for field in kivmp4._CodecInfo._fields_]
