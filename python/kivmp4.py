@@ -51,6 +51,7 @@ import ctypes.util
 import dataclasses
 import enum
 import io
+import math
 import mmap
 import os
 import re
@@ -757,8 +758,10 @@ class File:
         Past the last key frame video goes to the frame itself; `key_frames(backward=True)` leads from there to the key
         frame. The last enabled video track leads, without one the first enabled track. A track that the file delays by
         an edit list is sought without that delay. Raises SeekError when the time lies before 0, or at or past the last
-        sample, or the leading video track has no table of key frames.
+        sample, or the leading video track has no table of key frames; the file may then stand at its start.
         """
+        if not math.isfinite(seconds):
+            raise SeekError(f"cannot seek to {seconds} s", self.name)
         ticks = round(seconds * TICKS_PER_SECOND)
         with self._session:
             self._jump(ticks)

@@ -212,7 +212,7 @@ def test_seeks_and_key_frames(clips, name):
 
 def test_places_that_are_not_there(clips):
     with kivmp4.open(clips["demo.mp4"]) as f:
-        for seconds in (-1, 6.1, 1e9, 1e30):
+        for seconds in (-1, 6.1, 1e9, 1e30, float("inf"), float("nan")):
             with pytest.raises(kivmp4.SeekError, match="demo.mp4: cannot seek"):
                 f.seek(seconds)
         f.disable(0)
