@@ -28,7 +28,7 @@ MemoryMovie& MovieOf(const Shape& shape, benchmark::State& state) {
     return *movie;
 }
 
-// A time that can be sought: the last sample's and what lies behind it cannot.
+// A time that can be sought: the last sample's and what lies past it cannot.
 int64_t AnyTime(const Player& player, std::mt19937_64& random) {
     return static_cast<int64_t>(random() % static_cast<uint64_t>(player.ticks * 99 / 100));
 }

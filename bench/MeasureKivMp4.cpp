@@ -51,7 +51,7 @@ int Seek(Mp4Demux* demux, AccessUnit& unit, double ticks) {
         found += KivMp4JumpPTS(demux, time) == KIVMP4_OK && KivMp4GetNextUnit(demux, &unit) == KIVMP4_OK;
     }
     Report("seek_us", watch.Elapsed() / kSeeks * 1e6);
-    return found >= kSeeks * 9 / 10 ? 0 : Fail("seeking");  // times behind the last sample find nothing
+    return found >= kSeeks * 9 / 10 ? 0 : Fail("seeking");  // times past the last sample find nothing
 }
 
 int Wind(Mp4Demux* demux, AccessUnit& unit) {

@@ -1,7 +1,9 @@
-// A movie made in memory: tiny samples behind tables as long as wanted, in the shapes that files have.
+// A movie made in memory: tiny samples after tables as long as wanted, in the shapes that files have.
 #pragma once
 
 #include <cstdint>
+#include <cstring>
+#include <utility>
 #include <vector>
 
 #include "KivMp4.h"
@@ -20,6 +22,8 @@ struct Shape {
 class MemoryMovie {
 public:
     MemoryMovie(const Shape& shape, uint32_t samples);
+    /// A whole file, its samples not counted.
+    explicit MemoryMovie(std::vector<uint8_t> file) : bytes(std::move(file)) {}
     MemoryMovie(const MemoryMovie&) = delete;
     MemoryMovie& operator=(const MemoryMovie&) = delete;
 
@@ -29,8 +33,17 @@ public:
 
 private:
     std::vector<uint8_t> bytes;
-    uint32_t sampleCount;
-    FileInterface interface;
+    uint32_t sampleCount = 0;
+    FileInterface interface = {
+        this,
+        [](void*, const char*, uint32_t) { return 0; },
+        [](void*) { return 0; },
+        [](void* context, void* destination, int64_t offset, uint32_t size) {
+            std::memcpy(destination, static_cast<MemoryMovie*>(context)->bytes.data() + offset, size);
+            return size;
+        },
+        [](void* context) { return static_cast<int64_t>(static_cast<MemoryMovie*>(context)->bytes.size()); },
+    };
 };
 
 /// A player with a movie: opened, all tracks enabled. Ends the program when that fails.

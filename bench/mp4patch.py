@@ -3,7 +3,7 @@
 
 usage: mp4patch.py --stss-all | --onechunk IN OUT
   --stss-all   the sync table lists every sample
-  --onechunk   all samples, which must lie one behind the other, are one chunk
+  --onechunk   all samples, which must lie one after the other, are one chunk
 """
 import shutil
 import struct
@@ -74,7 +74,7 @@ def main():
         elif option == "--onechunk":
             (first,) = struct.unpack_from(">I", offsets[1], 8)
             sizes = struct.unpack_from(">%dI" % count, child(table, b"stsz")[1], 12)
-            assert first + sum(sizes) == sum(places[b"mdat"]), "the samples do not lie one behind the other"
+            assert first + sum(sizes) == sum(places[b"mdat"]), "the samples do not lie one after the other"
             offsets[1] = words(0, 1, first)
             child(table, b"stsc")[1] = words(0, 1, 1, count, 1)
         else:

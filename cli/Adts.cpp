@@ -11,7 +11,7 @@ constexpr uint32_t kLongTermPrediction = 4;  // the highest object type that two
 constexpr uint32_t kLastRateIndex = 12;
 constexpr uint32_t kMostChannels = 7;
 
-// Reads bits from the front; behind the end come zeros and `ended`.
+// Reads bits from the start on; past the end they are 0 and `Ended` says so.
 class Bits {
 public:
     Bits(const uint8_t* bytes, size_t count) : data(bytes), size(count) {}

@@ -1,18 +1,21 @@
 // kivmp4 boxes: the tree of boxes with places, sizes and the fields that matter.
 #include "Boxes.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "Commands.h"
+#include "Source.h"
 #include "Text.h"
 
 namespace kivmp4::cli {
 namespace {
 
 using namespace inspect;
-using Json = nlohmann::ordered_json;
 
 constexpr size_t kMaxHeader = 256;  // bytes of fields that are looked at
 constexpr size_t kHexBytes = 64;
@@ -118,10 +121,9 @@ bool IsShown(const Box& box, const BoxesOptions& options) {
 std::string Line(const File& file, const Box& box, const BoxesOptions& options) {
     const std::string indent(size_t{2} * (options.path.empty() ? box.depth : 0), ' ');
     std::string text = indent + (options.path.empty() ? TypeText(box.type) : Escape(box.Path()));
-    text += Format("  at 0x%llx, %llu bytes", static_cast<unsigned long long>(box.offset),
-                   static_cast<unsigned long long>(box.claimedSize));
+    text += fmt::format("  at 0x{:x}, {} bytes", box.offset, box.claimedSize);
     if (box.hasVersion)
-        text += Format(", version %u, flags 0x%06x", box.version, box.flags);
+        text += fmt::format(", version {}, flags 0x{:06x}", box.version, box.flags);
     for (const auto& [name, value] : FieldsOf(file, box))
         text += ", " + name + " " + (value.is_string() ? value.get<std::string>() : value.dump());
     if (!box.problem.empty())
@@ -219,7 +221,29 @@ std::string BoxesText(const Movie& movie, const BoxesOptions& options) {
 Json BoxesJson(const Movie& movie, const BoxesOptions& options) {
     Json list = Json::array();
     AppendJson(movie.Source(), movie.Root(), options, list);
-    return {{"schema", "kivmp4.boxes/1"}, {"size", movie.Source().Size()}, {"boxes", list}};
+    return {{"size", movie.Source().Size()}, {"boxes", list}};
+}
+
+ExitCode Boxes(const Settings& settings, const BoxesArguments& arguments, Output& out) {
+    const Source source(arguments.file);
+    const Movie& movie = source.Movie();
+    const std::string kind = Stranger(source.File());
+    if (!kind.empty() || movie.Root().children.empty())
+        throw source.Refuse(kNotUsable, "is not an MP4 file: " + (kind.empty() ? "it has no boxes" : "it is " + kind));
+    if (!settings.json) {
+        const std::string text = BoxesText(movie, arguments.options);
+        if (text.empty())
+            throw source.Refuse(kUsage, "no box matches " + Escape(arguments.options.path),
+                                "patterns look like moov/trak[1]/**/stts");
+        out.Write(text);
+    } else {
+        Json json = {{"schema", "kivmp4.boxes/1"}};
+        AddFile(json, source.Path());
+        json.update(BoxesJson(movie, arguments.options));
+        out.Write(Dump(json));
+    }
+    source.RequireReads();
+    return kDone;
 }
 
 }  // namespace kivmp4::cli

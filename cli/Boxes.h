@@ -1,11 +1,10 @@
 // kivmp4 boxes: the tree of boxes with places, sizes and the fields that matter.
 #pragma once
 
-#include <nlohmann/json.hpp>
-
 #include <cstdint>
 #include <string>
 
+#include "Json.h"
 #include "inspect/Movie.h"
 
 namespace kivmp4::cli {
@@ -21,7 +20,7 @@ struct BoxesOptions {
 std::string BoxesText(const inspect::Movie& movie, const BoxesOptions& options);
 
 /// The schema kivmp4.boxes/1 without the file's name.
-nlohmann::ordered_json BoxesJson(const inspect::Movie& movie, const BoxesOptions& options);
+Json BoxesJson(const inspect::Movie& movie, const BoxesOptions& options);
 
 /// Whether a box's path, as Box::Path writes it, is of the pattern: "*" stands for one level, "**" for any number of
 /// them, a type without a number for all boxes of the type.

@@ -1,98 +1,125 @@
-// kivmp4 check and kivmp4 boxes as commands: what they do with files.
-#include "CheckCommand.h"
+// kivmp4 check: findings as text for people and as JSON for programs.
+#include <algorithm>
+#include <set>
 
-#include <cerrno>
-#include <cstring>
-
-#include "Failure.h"
+#include "Commands.h"
+#include "Json.h"
+#include "Progress.h"
+#include "Source.h"
 #include "Text.h"
-#include "check/Report.h"
+#include "check/Check.h"
 
 namespace kivmp4::cli {
+
 namespace {
 
-using Json = nlohmann::ordered_json;
+using check::Finding;
+using check::Severity;
+using Findings = std::vector<Finding>;
 
-std::string Dump(const Json& json) { return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
-
-// What the system says of a file that is none to read.
-std::string CannotRead(int error) {
-    if (error == EISDIR)
-        return "is a directory";
-    return error == EINVAL ? "is not a regular file" : std::string("cannot open: ") + std::strerror(error);
+uint64_t CountOf(const Findings& findings, Severity severity) {
+    return static_cast<uint64_t>(std::count_if(
+        findings.begin(), findings.end(), [&](const Finding& finding) { return finding.rule->severity == severity; }));
 }
 
-Json ErrorJson(const std::string& name, const char* code, int exit, const std::string& message) {
-    return {{"error", {{"code", code}, {"exit", exit}, {"file", name}, {"message", message}}}};
+std::string Painted(const Output& out, Severity severity) {
+    const Paint paint = severity == Severity::Error     ? Paint::Red
+                        : severity == Severity::Warning ? Paint::Yellow
+                                                        : Paint::Cyan;
+    return out.Painted(paint, fmt::format("{:<7}", Name(severity)));
 }
 
-// Opens the file or writes the reason to the answer. An error while reading shows only afterwards.
-bool Open(inspect::File& file, const std::string& path, Answer& answer, std::string& why) {
-    const int error = file.Open(path);
-    if (!error)
-        return true;
-    why = CannotRead(error);
-    answer.err += "kivmp4: " + Escape(path) + ": " + why + "\n";
-    answer.exitCode = kCannotRead;
-    return false;
+std::string Place(const Finding& finding) {
+    return (finding.path.empty() ? "" : finding.path + ", ") + fmt::format("at 0x{:x}", finding.offset);
+}
+
+void Print(const Settings& settings, const std::string& name, const Findings& findings, Output& out) {
+    if (findings.empty()) {
+        if (!settings.quiet)
+            out.Print("{}: nothing found\n", name);
+        return;
+    }
+    for (const Finding& finding : findings)
+        out.Print("{}: {}  {:<17}  {} ({})\n", name, Painted(out, finding.rule->severity), finding.rule->name,
+                  finding.message, Place(finding));
+    out.Print("{}: {}, {}, {}\n", name, Count(CountOf(findings, Severity::Error), "error"),
+              Count(CountOf(findings, Severity::Warning), "warning"), Count(CountOf(findings, Severity::Note), "note"));
+    std::set<std::string> told;
+    for (const Finding& finding : findings) {
+        const std::string hint = check::Hint(finding, name);
+        if (told.insert(hint).second)
+            out.Print("hint: {}: {}\n", finding.rule->name, hint);
+    }
+}
+
+Json ToJson(const Source& source, const Findings& findings, bool ok) {
+    Json file;
+    AddFile(file, source.Path());
+    file["ok"] = ok;
+    file["findings"] = Json::array();
+    for (const Finding& finding : findings)
+        file["findings"].push_back({{"severity", Name(finding.rule->severity)},
+                                    {"rule", finding.rule->name},
+                                    {"offset", finding.offset},
+                                    {"path", finding.path},
+                                    {"message", finding.message},
+                                    {"hint", check::Hint(finding, source.Name())}});
+    return file;
+}
+
+ExitCode ListRules(const Settings& settings, Output& out) {
+    Json list = Json::array();
+    for (const check::Rule& rule : check::Rules()) {
+        const bool deep = rule.extent == check::Extent::Units;
+        if (!settings.json)
+            out.Print("{:<22} {:<8} {}{}\n", rule.name, Name(rule.severity), rule.what, deep ? " (--deep)" : "");
+        list.push_back({{"rule", rule.name},
+                        {"severity", Name(rule.severity)},
+                        {"what", rule.what},
+                        {"deep", deep},
+                        {"hint", rule.hint}});
+    }
+    if (settings.json)
+        out.Write(Dump({{"schema", "kivmp4.check-rules/1"}, {"rules", list}}));
+    return kDone;
 }
 
 }  // namespace
 
-Answer Check(const CheckArguments& arguments) {
+ExitCode Check(const Settings& settings, const CheckArguments& arguments, Output& out) {
     if (arguments.listRules)
-        return {arguments.json ? Dump({{"schema", "kivmp4.check-rules/1"}, {"rules", check::RulesJson()}})
-                               : check::RulesText(),
-                "", 0};
-    Answer answer;
+        return ListRules(settings, out);
+    if (arguments.files.empty())
+        throw Failure{kUsage, "which file?", "try \"kivmp4 help check\""};
     Json files = Json::array();
-    bool faults = false;
-    for (const std::string& path : arguments.files) {
-        inspect::File file;
-        std::string why;
-        if (!Open(file, path, answer, why)) {
-            files.push_back(ErrorJson(path, "cannot-read", kCannotRead, why));
-            continue;
+    // The document for programs is printed at the end, so failures go into it.
+    Settings quiet = settings;
+    quiet.json = false;
+    const ExitCode worst = EachFile(quiet, arguments.files, out, [&](const std::string& path) {
+        try {
+            const Source source(path);
+            Progress progress(settings, "check", arguments.deep ? source.File().Size() : 0);
+            const Findings findings =
+                check::Check(source.Movie(), arguments.deep ? check::Extent::Units : check::Extent::Tables,
+                             [&](uint64_t bytes) { progress.Add(bytes); });
+            source.RequireReads();
+            progress.Erase();
+            const bool fails =
+                CountOf(findings, Severity::Error) || (arguments.strict && CountOf(findings, Severity::Warning));
+            if (settings.json)
+                files.push_back(ToJson(source, findings, !fails));
+            else
+                Print(settings, source.Name(), findings, out);
+            return fails ? kFound : kDone;
+        } catch (const Failure& failure) {
+            if (settings.json)
+                files.push_back(Json::parse(ToJson(failure)));
+            throw;
         }
-        const auto findings = check::Check(file, {.deep = arguments.deep});
-        faults = faults || check::Fails(findings, arguments.strict);
-        if (file.ReadError()) {
-            answer.err += "kivmp4: " + Escape(path) + ": cannot read: " + std::strerror(file.ReadError()) + "\n";
-            answer.exitCode = kCannotRead;
-        }
-        if (arguments.json)
-            files.push_back(check::Json(path, findings));
-        else
-            answer.out += check::Text(Escape(path), findings);
-    }
-    if (arguments.json)
-        answer.out = Dump({{"schema", "kivmp4.check/1"}, {"files", files}});
-    if (faults && !answer.exitCode)
-        answer.exitCode = 1;
-    return answer;
-}
-
-Answer Boxes(const BoxesArguments& arguments) {
-    Answer answer;
-    inspect::File file;
-    std::string why;
-    if (!Open(file, arguments.file, answer, why)) {
-        if (arguments.json)
-            answer.out = Dump(ErrorJson(arguments.file, "cannot-read", answer.exitCode, why));
-        return answer;
-    }
-    const inspect::Movie movie(file);
-    why = inspect::Stranger(file);
-    if (!why.empty() || movie.Root().children.empty()) {
-        why = "not an MP4 file: " + (why.empty() ? "it has no boxes" : "it is " + why);
-        answer.err = "kivmp4: " + Escape(arguments.file) + ": " + why + "\n";
-        answer.exitCode = kNotUsable;
-        if (arguments.json)
-            answer.out = Dump(ErrorJson(arguments.file, "not-usable", answer.exitCode, why));
-        return answer;
-    }
-    answer.out = arguments.json ? Dump(BoxesJson(movie, arguments.options)) : BoxesText(movie, arguments.options);
-    return answer;
+    });
+    if (settings.json)
+        out.Write(Dump({{"schema", "kivmp4.check/1"}, {"files", files}}));
+    return worst;
 }
 
 }  // namespace kivmp4::cli

@@ -2,34 +2,102 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "Boxes.h"
+#include "Failure.h"
 #include "Output.h"
-#include "Player.h"
+#include "Settings.h"
 #include "Time.h"
 
 namespace kivmp4::cli {
 
-/// What the command line asked for, beside the file and the log level.
-struct Options {
-    std::optional<uint32_t> track;
-    std::optional<uint64_t> count;    // units to list at most
-    std::string directory;            // to extract to
-    bool backward = false;            // key frames from the last to the first
-    std::vector<TimeArgument> times;  // to seek to
+struct InfoArguments {
+    std::vector<std::string> files = {};
+    std::optional<uint32_t> track = {};  // this one only
+    bool config = false;                 // the decoder configuration too
 };
+/// Describes files and their tracks.
+ExitCode Info(const Settings& settings, const InfoArguments& arguments, Output& out);
 
-/// Describes the file and its tracks.
-void Info(Player& player, const Options& options, Output& out);
+enum class Form { Text, Csv, Document, Lines };  // the last two are JSON
+
+struct PacketsArguments {
+    std::string file = {};
+    std::vector<uint32_t> tracks = {};   // all without any
+    std::optional<uint64_t> count = {};  // units to list at most
+    std::optional<TimeArgument> from = {}, to = {};
+    bool sync = false;                      // key frames only
+    bool hash = false;                      // the checksum of each unit's bytes too
+    std::vector<std::string> columns = {};  // without any those that the form has by itself
+    Form form = Form::Text;
+};
 /// Lists the units in the order of delivery.
-void Packets(Player& player, const Options& options, Output& out);
-/// Writes each track to a file of its own.
-void Extract(Player& player, const Options& options, Output& out);
+ExitCode Packets(const Settings& settings, const PacketsArguments& arguments, Output& out);
+
+struct KeysArguments {
+    std::string file = {};
+    bool backward = false, stats = false, csv = false;
+};
 /// Steps through the key frames as a player winds forward or backward.
-void Keys(Player& player, const Options& options, Output& out);
+ExitCode Keys(const Settings& settings, const KeysArguments& arguments, Output& out);
+
+struct SeekArguments {
+    std::string file = {};
+    std::vector<TimeArgument> times = {};
+};
 /// Jumps to each time and tells where each track lands.
-void Seek(Player& player, const Options& options, Output& out);
+ExitCode Seek(const Settings& settings, const SeekArguments& arguments, Output& out);
+
+struct ExtractArguments {
+    std::string file = {};
+    std::vector<uint32_t> tracks = {};
+    bool video = false, audio = false;  // the first track of the kind
+    std::string output = {};            // file, directory or "-"
+    std::string format = "auto";        // or h264, m4v, aac, raw, pcm
+    std::optional<TimeArgument> from = {}, to = {};
+    bool force = false;  // replace files
+};
+/// Writes tracks to files.
+ExitCode Extract(const Settings& settings, const ExtractArguments& arguments, Output& out);
+
+struct HashArguments {
+    std::vector<std::string> files = {};
+    std::string algorithm = "sha256";
+    bool perUnit = false;
+};
+/// Tells a checksum of each track's bytes as they are delivered.
+ExitCode Hash(const Settings& settings, const HashArguments& arguments, Output& out);
+
+struct DiffArguments {
+    std::string first = {}, second = {};
+    bool onlyTimes = false, onlyPayload = false;  // what is compared
+};
+/// Compares the units of two files, track by track.
+ExitCode Diff(const Settings& settings, const DiffArguments& arguments, Output& out);
+
+struct BoxesArguments {
+    std::string file = {};
+    BoxesOptions options = {};
+};
+/// Shows the tree of boxes.
+ExitCode Boxes(const Settings& settings, const BoxesArguments& arguments, Output& out);
+
+struct CheckArguments {
+    std::vector<std::string> files = {};
+    bool deep = false, strict = false, listRules = false;
+};
+/// Finds what is wrong with files.
+ExitCode Check(const Settings& settings, const CheckArguments& arguments, Output& out);
+
+/// Prints a failure: on standard error, and for programs to `out`.
+void Tell(const Settings& settings, const Failure& failure, Output& out);
+
+/// Does the same with each file. A failure is told and the next file's turn comes. @return the exit code for all
+ExitCode EachFile(const Settings& settings, const std::vector<std::string>& files, Output& out,
+                  const std::function<ExitCode(const std::string&)>& work);
 
 }  // namespace kivmp4::cli

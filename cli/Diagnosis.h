@@ -2,34 +2,34 @@
 #pragma once
 
 #include <initializer_list>
-#include <string>
+#include <optional>
 #include <vector>
+
+#include "Source.h"
+#include "check/Check.h"
 
 namespace kivmp4::cli {
 
 /// The library says only that it cannot go on. The command's own reader looks at the file once more and says why.
 class Diagnosis {
 public:
-    /// A file that cannot be read any more has nothing to tell.
-    explicit Diagnosis(const std::string& path);
+    /// Looks at the samples' tables too, which takes longest.
+    explicit Diagnosis(const Source& source);
+    /// Looks at what `extent` says.
+    Diagnosis(const Source& source, check::Extent extent);
 
-    /// Why nothing can be played, or why playing stopped, with what to do about it; `otherwise` when nothing is found.
-    std::string Reason(const std::string& otherwise) const;
+    /// Why nothing can be played, or why playing stopped, with the place and what to do about it.
+    std::optional<Failure> Reason(ExitCode exitCode) const;
     /// Whether the samples lie in fragments, where the library does not look.
     bool InFragments() const { return First({"fragmented"}) != nullptr; }
-    /// One line for each thing that keeps the user from getting all that is in the file.
-    std::vector<std::string> Losses() const;
+    /// Whatever keeps the user from getting all that is in the file.
+    std::vector<check::Finding> Losses() const;
 
 private:
-    struct Found {
-        std::string rule;
-        std::string text;  // with the place, escaped
-        std::string hint;
-    };
+    const check::Finding* First(std::initializer_list<const char*> rules) const;
 
-    const Found* First(std::initializer_list<const char*> rules) const;
-
-    std::vector<Found> findings;
+    const Source& source;
+    std::vector<check::Finding> findings;
 };
 
 }  // namespace kivmp4::cli

@@ -1,34 +1,31 @@
 // The command's own player: gives the library a file, memory and a heap, and turns its answers into failures in words.
 #include "Player.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <fmt/format.h>
+#include <sys/resource.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "Diagnosis.h"
-#include "Failure.h"
 #include "Text.h"
+#include "Time.h"
 
 namespace kivmp4::cli {
 
 namespace {
 
-constexpr uint32_t kFailedRead = static_cast<uint32_t>(-1);  // 0 would mean "ask again"
 constexpr size_t kMebibyte = size_t{1} << 20;
-constexpr size_t kMemoryLimit = 512 * kMebibyte;
 constexpr size_t kHeapBase = 64 * kMebibyte;
 constexpr size_t kHeapForUnits = 192 * kMebibyte;
 constexpr size_t kBlockHeader = alignof(std::max_align_t);
 
 // Room for the largest unit twice, since it may move while it grows. The system gives only the pages that are touched.
-size_t HeapSize(int64_t fileSize) {
-    const uint64_t twice = 2 * static_cast<uint64_t>(fileSize);
-    return kHeapBase + static_cast<size_t>(std::min<uint64_t>(twice, kHeapForUnits));
+size_t HeapSize(uint64_t fileSize) {
+    return kHeapBase + static_cast<size_t>(std::min<uint64_t>(2 * fileSize, kHeapForUnits));
 }
 
 // The four characters from the last dot on: all that the library compares.
@@ -39,54 +36,30 @@ std::string Extension(const std::string& path) {
 
 }  // namespace
 
-InputFile::InputFile(const std::string& path) {
-    const auto refuse = [&](const std::string& why) -> Failure { return {kCannotRead, Escape(path) + ": " + why}; };
-    // Without O_NONBLOCK a named pipe would wait for a writer.
-    descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0)
-        throw refuse(std::string("cannot open: ") + std::strerror(errno) + "; check the name and the permissions");
-    struct stat status = {};
-    const bool known = fstat(descriptor, &status) == 0;
-    if (!known || !S_ISREG(status.st_mode)) {
-        close(descriptor);
-        throw refuse(known && S_ISDIR(status.st_mode) ? "is a directory; name a file in it"
-                                                      : "is not a regular file; copy it to one first");
-    }
-    size = status.st_size;
-
+PlayerFile::PlayerFile(const inspect::File& from) : file(from) {
     functions.context = this;
     functions.open = [](void*, const char*, uint32_t) -> int32_t { return 0; };
     functions.close = [](void*) -> int32_t { return 0; };
-    functions.read = Read;
-    functions.getSize = [](void* context) { return static_cast<InputFile*>(context)->size; };
+    functions.read = [](void* context, void* destination, int64_t offset, uint32_t count) {
+        auto* self = static_cast<PlayerFile*>(context);
+        self->reads++;
+        self->bytes += count;
+        if (self->end.exchange(offset + count) != offset)
+            self->jumps++;
+        // Less than asked for ends the reading; 0 would mean "ask again".
+        const uint32_t got = self->Read(destination, offset, count);
+        return got == count ? got : KIVMP4_READ_FAILED;
+    };
+    functions.getSize = [](void* context) {
+        return static_cast<int64_t>(static_cast<PlayerFile*>(context)->file.Size());
+    };
 }
 
-InputFile::~InputFile() { close(descriptor); }
-
-bool InputFile::Is(const std::string& path) const {
-    struct stat other = {}, own = {};
-    return stat(path.c_str(), &other) == 0 && fstat(descriptor, &own) == 0 && other.st_dev == own.st_dev &&
-           other.st_ino == own.st_ino;
+uint32_t PlayerFile::Read(void* destination, int64_t offset, uint32_t count) {
+    return static_cast<uint32_t>(file.Read(static_cast<uint64_t>(offset), destination, count));
 }
 
-uint32_t InputFile::Read(void* context, void* destination, int64_t offset, uint32_t count) {
-    auto* self = static_cast<InputFile*>(context);
-    uint32_t done = 0;
-    while (done < count) {
-        const ssize_t got = pread(self->descriptor, static_cast<char*>(destination) + done, count - done,
-                                  static_cast<off_t>(offset + done));
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0)
-            self->readError.store(errno);
-        if (got <= 0)  // refused, or the file has become shorter since it was opened
-            return kFailedRead;
-        done += static_cast<uint32_t>(got);
-    }
-    return done;
-}
-
-LimitedMemory::LimitedMemory() {
+LimitedMemory::LimitedMemory(size_t most) : limit(most) {
     functions.context = this;
     functions.allocate = Allocate;
     functions.free = Free;
@@ -94,13 +67,14 @@ LimitedMemory::LimitedMemory() {
 
 void* LimitedMemory::Allocate(void* context, size_t, size_t size) {
     auto* self = static_cast<LimitedMemory*>(context);
-    if (size > kMemoryLimit - self->used)
+    auto* block = size <= self->limit - self->used ? static_cast<char*>(std::malloc(kBlockHeader + size)) : nullptr;
+    if (!block) {
+        self->refused = true;
         return nullptr;
-    auto* block = static_cast<char*>(std::malloc(kBlockHeader + size));
-    if (!block)
-        return nullptr;
+    }
     std::memcpy(block, &size, sizeof size);
     self->used += size;
+    self->peak = std::max(self->peak, self->used);
     return block + kBlockHeader;
 }
 
@@ -114,63 +88,98 @@ void LimitedMemory::Free(void* context, void* block) {
 
 void Player::FreeBlock::operator()(void* block) const { std::free(block); }
 
-Player::Player(const std::string& path, int32_t logLevel) : pathOfFile(path), name(Escape(path)), file(path) {
-    if (file.Size() == 0)
-        CannotOpen("is empty; fetch or copy it again");
-    const std::string extension = Extension(path);
+Player::Player(const Source& input, const Settings& given, std::unique_ptr<PlayerFile> functions)
+    : source(input),
+      settings(given),
+      file(functions ? std::move(functions) : std::make_unique<PlayerFile>(input.File())),
+      memory(given.memory),
+      heapSize(given.heap ? given.heap : HeapSize(input.File().Size())) {
+    const std::string extension = Extension(source.Path());
     if (extension == ".mpd" || extension == ".ism")
-        CannotOpen("names a list of streams; give the MP4 file itself");
+        throw source.Refuse(kNotUsable, "names a list of streams", "give the MP4 file itself");
     is3D = extension == ".m3d";
 
-    const size_t heapSize = HeapSize(file.Size());
     heap.reset(std::malloc(heapSize));
     if (!heap)
-        CannotOpen("not enough memory; close other programs and try again");
+        throw source.Refuse(kLimit, "not enough memory for a heap of " + FormatBytes(heapSize), "--heap takes less");
     // The escaped name: it may appear in the library's log. Escaping leaves known extensions as they are.
-    handle.reset(KivMp4Create(name.c_str(), file.Functions(), memory.Functions(), heap.get(), heapSize, 0, logLevel));
+    handle.reset(KivMp4Create(source.Name().c_str(), file->Functions(), memory.Functions(), heap.get(), heapSize, 0,
+                              settings.logLevel));
     uint32_t count = 0;
     int64_t hundredMicroseconds = 0;
-    if (!handle || KivMp4Open(handle.get(), &count, &hundredMicroseconds) != 0)
-        CannotOpen(Why("is not an MP4 file with a track that can be used; --log 4 tells more"));
+    if (!handle || KivMp4Open(handle.get(), &count, &hundredMicroseconds) != KIVMP4_OK)
+        CannotOpen();
 
     if (hundredMicroseconds > 0)
         duration = static_cast<int64_t>(KivMp4TimeToTicks(static_cast<uint64_t>(hundredMicroseconds)));
     tracks.resize(count);
     for (uint32_t index = 0; index < count; index++) {
         CodecInfo info{};
-        if (KivMp4GetTrackInfo(handle.get(), static_cast<int32_t>(index), &info) == 0)
+        if (KivMp4GetTrackInfo(handle.get(), static_cast<int32_t>(index), &info) == KIVMP4_OK)
             tracks[index] = info;
     }
 }
 
-void Player::CannotOpen(const std::string& why) const {
-    if (file.ReadError() != 0)
-        throw Failure{kCannotRead,
-                      About(std::string("cannot read: ") + std::strerror(file.ReadError()) + "; check the disk")};
-    throw Failure{kNotUsable, About(why)};
+Player::~Player() {
+    if (!settings.stats)
+        return;
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    };
+    std::fprintf(stderr,
+                 "%s: %" PRIu64 " reads, %" PRIu64 " bytes, %" PRIu64
+                 " jumps; at most %zu bytes of memory for tables; "
+                 "the process: %.3f s of processor time, at most %ld KiB\n",
+                 source.Name().c_str(), file->Reads(), file->Bytes(), file->Jumps(), memory.Peak(),
+                 seconds(usage.ru_utime) + seconds(usage.ru_stime), usage.ru_maxrss);
 }
 
-std::vector<uint32_t> Player::Enable(std::optional<uint32_t> only) {
-    if (only && *only >= TrackCount())
-        throw Failure{kUsage, About("has no track " + std::to_string(*only) + "; tracks are numbered 0 to " +
-                                    std::to_string(TrackCount() - 1))};
+void Player::RequireMemory() const {
+    if (memory.Refused())
+        throw source.Refuse(kLimit, "tables need more than the budget of " + FormatBytes(settings.memory),
+                            "--max-memory gives more");
+}
+
+void Player::CannotOpen() const {
+    source.RequireReads();
+    if (const auto reason = Diagnosis(source).Reason(kNotUsable))
+        throw *reason;
+    RequireMemory();
+    // The file has a track to play, so its description did not fit.
+    throw source.Refuse(kLimit, "the library's heap of " + FormatBytes(heapSize) + " is full", "--heap gives more");
+}
+
+std::vector<uint32_t> Player::Enable(const std::vector<uint32_t>& only) {
+    for (const uint32_t index : only) {
+        if (index >= TrackCount())
+            throw source.Refuse(kUsage, fmt::format("has no track {}", index),
+                                fmt::format("tracks are numbered 0 to {}", TrackCount() - 1));
+    }
     std::vector<uint32_t> enabled;
     for (uint32_t index = 0; index < TrackCount(); index++) {
-        if (!Track(index) || (only && *only != index))
+        if (!Track(index) || (!only.empty() && std::find(only.begin(), only.end(), index) == only.end()))
             continue;
         SetEnabled(index, true);
         enabled.push_back(index);
     }
-    if (enabled.empty()) {
-        const std::string which = only ? "track " + std::to_string(*only) : "every track";
-        throw Failure{kNotUsable, About(which + " is of a kind that cannot be delivered; \"kivmp4 info\" lists the"
-                                                " tracks")};
-    }
+    if (enabled.empty())
+        throw source.Refuse(kNotUsable, only.empty() ? "no track can be delivered" : "this track cannot be delivered",
+                            "\"kivmp4 info\" lists the tracks");
     return enabled;
 }
 
 void Player::SetEnabled(uint32_t track, bool enable) {
     KivMp4EnableTrack(handle.get(), static_cast<int32_t>(track), enable ? 1 : 0);
+}
+
+uint32_t Player::FirstVideo() const {
+    for (uint32_t index = 0; index < TrackCount(); index++) {
+        if (IsVideo(index))
+            return index;
+    }
+    throw source.Refuse(kNotUsable, "has no video track that can be played", "\"kivmp4 info\" lists the tracks");
 }
 
 bool Player::Next(AccessUnit& unit) {
@@ -182,27 +191,41 @@ bool Player::Next(AccessUnit& unit) {
     return result == KIVMP4_OK;
 }
 
+bool Player::Step(AccessUnit& unit, bool forward) {
+    const int32_t result =
+        forward ? KivMp4GetNextSyncUnit(handle.get(), &unit) : KivMp4GetPrevSyncUnit(handle.get(), &unit);
+    if (result < 0)
+        Stopped(unit);
+    return result == KIVMP4_OK;
+}
+
 void Player::RequireUnits() const {
-    if (delivered == 0)
-        throw Failure{kNotUsable, About(Why("its tracks hold no units"))};
+    if (delivered > 0)
+        return;
+    RequireTables();
+    if (const auto reason = Diagnosis(source).Reason(kNotUsable))
+        throw *reason;
+    throw source.Refuse(kNotUsable, "its tracks hold no units");
 }
 
 void Player::RequireTables() const {
-    const Diagnosis diagnosis(pathOfFile);
+    RequireMemory();
+    const Diagnosis diagnosis(source);
     if (diagnosis.InFragments())
-        throw Failure{kNotUsable, About(diagnosis.Reason(""))};
+        throw *diagnosis.Reason(kNotUsable);
 }
 
-std::string Player::Why(const std::string& otherwise) const { return Diagnosis(pathOfFile).Reason(otherwise); }
-
+// How far delivery came, and why it ended there.
 void Player::Stopped(const AccessUnit& unit) const {
-    const std::string where = "delivery stopped at track " + std::to_string(unit.trackIndex) +
-                              (delivered ? " after " + std::to_string(delivered) + " units" : "");
-    if (const int error = file.ReadError())
-        throw Failure{kCannotRead, About(where + ": " + std::strerror(error) + "; check the disk")};
-    throw Failure{kStopped, About(where + ": " + Why("the file is damaged there; \"kivmp4 check --deep\" tells more"))};
+    source.RequireReads();
+    RequireMemory();
+    const std::string where = fmt::format("delivery stopped at track {} after {} units", unit.trackIndex, delivered);
+    if (auto reason = Diagnosis(source).Reason(kStopped)) {
+        reason->message += "; " + where;
+        throw *reason;
+    }
+    throw source.Refuse(kStopped, where + ": the unit is damaged, or larger than the heap of " + FormatBytes(heapSize),
+                        "\"kivmp4 check --deep\" tells of damage, --heap gives more room");
 }
-
-std::string Player::About(const std::string& what) const { return name + ": " + what; }
 
 }  // namespace kivmp4::cli

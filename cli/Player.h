@@ -11,82 +11,95 @@
 #include <string>
 #include <vector>
 
+#include "Settings.h"
+#include "Source.h"
+
 namespace kivmp4::cli {
 
-/// A regular file, read at offsets.
-class InputFile {
+/// A file's functions for the library, which calls `read` on two threads, one at a time.
+class PlayerFile {
 public:
-    /// Throws a Failure in words when `path` is not a readable file.
-    explicit InputFile(const std::string& path);
-    ~InputFile();
-    InputFile(const InputFile&) = delete;
-    InputFile& operator=(const InputFile&) = delete;
+    explicit PlayerFile(const inspect::File& from);
+    virtual ~PlayerFile() = default;
+    PlayerFile(const PlayerFile&) = delete;
+    PlayerFile& operator=(const PlayerFile&) = delete;
 
     FileInterface* Functions() { return &functions; }
-    int64_t Size() const { return size; }
-    /// errno of the first read that the system refused, else 0. Any thread.
-    int ReadError() const { return readError.load(); }
-    /// Whether `path` leads to this very file.
-    bool Is(const std::string& path) const;
+    /// What was read so far. To be asked when no call into the library is under way.
+    uint64_t Reads() const { return reads.load(); }
+    uint64_t Bytes() const { return bytes.load(); }
+    /// Reads that do not start where the one before has ended.
+    uint64_t Jumps() const { return jumps.load(); }
+
+protected:
+    /// One read of the library's. @return bytes copied; less than `count` is a failure
+    virtual uint32_t Read(void* destination, int64_t offset, uint32_t count);
 
 private:
-    static uint32_t Read(void* context, void* destination, int64_t offset, uint32_t count);
-
-    int descriptor = -1;  // owned
-    int64_t size = 0;
-    std::atomic<int> readError{0};  // written by the library's reading thread
+    const inspect::File& file;
+    std::atomic<uint64_t> reads{0}, bytes{0}, jumps{0};
+    std::atomic<int64_t> end{0};  // of the last read
     FileInterface functions{};
 };
 
 /// malloc with an upper limit for all blocks together, so that a forged count cannot take the machine's memory.
 class LimitedMemory {
 public:
-    LimitedMemory();
+    explicit LimitedMemory(size_t limit);
     LimitedMemory(const LimitedMemory&) = delete;
     LimitedMemory& operator=(const LimitedMemory&) = delete;
 
     ClientAllocator* Functions() { return &functions; }
+    size_t Peak() const { return peak; }
+    /// Whether a block was refused, so that tables may be missing.
+    bool Refused() const { return refused; }
 
 private:
     static void* Allocate(void* context, size_t alignment, size_t size);
     static void Free(void* context, void* block);
 
-    size_t used = 0;
+    size_t limit;
+    size_t used = 0, peak = 0;
+    bool refused = false;
     ClientAllocator functions{};
 };
 
 /// One open file. Everything that can go wrong is thrown as a Failure.
 class Player {
 public:
-    Player(const std::string& path, int32_t logLevel);
+    /// @param file  the file's functions, if they are not those of the source
+    Player(const Source& source, const Settings& settings, std::unique_ptr<PlayerFile> file = nullptr);
+    /// Tells what the work has cost, if the settings ask for that.
+    ~Player();
     Player(const Player&) = delete;
     Player& operator=(const Player&) = delete;
 
     Mp4Demux* Handle() { return handle.get(); }
-    const InputFile& File() const { return file; }
-    const std::string& Path() const { return pathOfFile; }
+    const Source& Input() const { return source; }
     uint32_t TrackCount() const { return static_cast<uint32_t>(tracks.size()); }
     /// In 90 kHz ticks; 0 when the file does not tell.
     int64_t Duration() const { return duration; }
-    /// Whether the name marks a 3D file: levels then carry 100 more.
+    /// Whether the name marks a 3D file: levels then carry KIVMP4_LEVEL_3D more.
     bool Is3D() const { return is3D; }
     /// @return null for a track that the library cannot describe, and so not deliver
     const CodecInfo* Track(uint32_t index) const { return tracks[index] ? &*tracks[index] : nullptr; }
+    bool IsVideo(uint32_t index) const { return tracks[index] && tracks[index]->kind == KIVMP4_KIND_VIDEO; }
 
-    /// Enables track `only`, or without it every track that can be described.
-    /// @return the tracks enabled, at least one
-    std::vector<uint32_t> Enable(std::optional<uint32_t> only);
+    /// Enables these tracks, or without any every track that can be described. A number that the file does not have, or
+    /// no track to enable, is thrown.
+    /// @return the tracks enabled, at least one, in ascending order
+    std::vector<uint32_t> Enable(const std::vector<uint32_t>& only = {});
     void SetEnabled(uint32_t track, bool enable);
+    /// The first video track; its lack is thrown.
+    uint32_t FirstVideo() const;
     /// Delivers the next unit into `unit`. @return false at the end
     bool Next(AccessUnit& unit);
+    /// Steps to the next key frame, or the one before, and delivers it. @return false when there is none
+    bool Step(AccessUnit& unit, bool forward);
     /// Throws when nothing was delivered up to the end.
     void RequireUnits() const;
-    /// Throws when the samples lie in fragments: empty tables then say nothing about the file.
+    /// Throws when the samples lie in fragments, or tables got no memory: the tables then say nothing about the file.
     void RequireTables() const;
-    /// Turns the library's -1 into a failure that says how far delivery came.
-    [[noreturn]] void Stopped(const AccessUnit& unit) const;
-    /// "FILE: what", the file's name escaped.
-    std::string About(const std::string& what) const;
 
 private:
     struct FreeBlock {
@@ -96,15 +109,16 @@ private:
         void operator()(Mp4Demux* demux) const { KivMp4Destroy(demux); }
     };
 
-    [[noreturn]] void CannotOpen(const std::string& why) const;
-    // What the command's own reader finds, else `otherwise`.
-    std::string Why(const std::string& otherwise) const;
+    [[noreturn]] void CannotOpen() const;
+    [[noreturn]] void Stopped(const AccessUnit& unit) const;
+    void RequireMemory() const;
 
     // The handle comes last: it ends before what it uses.
-    std::string pathOfFile;
-    std::string name;  // the path, escaped
-    InputFile file;
+    const Source& source;
+    const Settings settings;
+    std::unique_ptr<PlayerFile> file;
     LimitedMemory memory;
+    size_t heapSize;
     std::unique_ptr<void, FreeBlock> heap;
     std::unique_ptr<Mp4Demux, EndHandle> handle;
     std::vector<std::optional<CodecInfo>> tracks;

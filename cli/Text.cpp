@@ -1,6 +1,8 @@
 // Makes text from files and paths fit for a terminal.
 #include "Text.h"
 
+#include <fmt/format.h>
+
 namespace kivmp4::cli {
 
 namespace {
@@ -61,6 +63,26 @@ std::string Hex(const uint8_t* bytes, size_t count) {
         text += kDigits[bytes[i] & 15];
     }
     return text;
+}
+
+std::string FormatBytes(uint64_t bytes) {
+    if (bytes < 1024)
+        return Count(bytes, "byte");
+    constexpr const char* kUnits[] = {"KiB", "MiB", "GiB", "TiB"};
+    double value = static_cast<double>(bytes) / 1024;
+    size_t unit = 0;
+    for (; value >= 1024 && unit < 3; unit++)
+        value /= 1024;
+    return fmt::format("{:.1f} {}", value, kUnits[unit]);
+}
+
+std::string FormatRate(double bitsPerSecond) {
+    return bitsPerSecond < 1e7 ? fmt::format("{:.0f} kb/s", bitsPerSecond / 1e3)
+                               : fmt::format("{:.1f} Mb/s", bitsPerSecond / 1e6);
+}
+
+std::string Count(uint64_t number, std::string_view noun) {
+    return fmt::format("{} {}{}", number, noun, number == 1 ? "" : "s");
 }
 
 }  // namespace kivmp4::cli

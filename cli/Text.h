@@ -15,4 +15,13 @@ std::string Escape(std::string_view text);
 /// Two lower-case digits a byte, nothing between them.
 std::string Hex(const uint8_t* bytes, size_t count);
 
+/// "504.0 KiB"
+std::string FormatBytes(uint64_t bytes);
+
+/// Bits a second: "413 kb/s".
+std::string FormatRate(double bitsPerSecond);
+
+/// "1 unit", "5 units"
+std::string Count(uint64_t number, std::string_view noun);
+
 }  // namespace kivmp4::cli

@@ -2,10 +2,9 @@
 #include "Time.h"
 
 #include <KivMp4.h>
+#include <fmt/format.h>
 
 #include <charconv>
-#include <cinttypes>
-#include <cstdio>
 #include <string_view>
 #include <type_traits>
 
@@ -35,7 +34,7 @@ std::optional<Number> ParseNumber(std::string_view text) {
     return value;
 }
 
-// "ss", "m:ss" or "h:mm:ss" with a fraction; fields behind a colon are below 60 and start with two digits.
+// "ss", "m:ss" or "h:mm:ss" with a fraction; fields after a colon are below 60 and start with two digits.
 std::optional<double> ParseClock(std::string_view text) {
     double total = 0;
     int fields = 0;
@@ -88,6 +87,10 @@ std::optional<TimeArgument> ParseTime(const std::string& text) {
         argument.ticks = *ticks;
         return argument;
     }
+    if (text == "end") {
+        argument.percent = 100;
+        return argument;
+    }
     if (text.ends_with('%')) {
         argument.percent = ParseNumber<double>(front);
         if (!argument.percent || *argument.percent > 100)
@@ -104,19 +107,14 @@ std::optional<TimeArgument> ParseTime(const std::string& text) {
 std::string FormatTime(int64_t ticks) {
     const uint64_t magnitude = Magnitude(ticks);
     const uint64_t seconds = KivMp4TicksToSeconds(magnitude);
-    char text[64];
-    std::snprintf(text, sizeof text, "%s%" PRIu64 ":%02u:%02u.%03u", ticks < 0 ? "-" : "", seconds / 3600,
-                  static_cast<unsigned>(seconds / 60 % 60), static_cast<unsigned>(seconds % 60),
-                  Milliseconds(magnitude));
-    return text;
+    const std::string hours =
+        seconds >= 3600 ? fmt::format("{}:{:02}", seconds / 3600, seconds / 60 % 60) : std::to_string(seconds / 60);
+    return fmt::format("{}{}:{:02}.{:03}", ticks < 0 ? "-" : "", hours, seconds % 60, Milliseconds(magnitude));
 }
 
 std::string FormatDifference(int64_t ticks) {
     const uint64_t magnitude = Magnitude(ticks);
-    char text[64];
-    std::snprintf(text, sizeof text, "%c%" PRIu64 ".%03u", ticks < 0 ? '-' : '+', KivMp4TicksToSeconds(magnitude),
-                  Milliseconds(magnitude));
-    return text;
+    return fmt::format("{}{}.{:03}", ticks < 0 ? '-' : '+', KivMp4TicksToSeconds(magnitude), Milliseconds(magnitude));
 }
 
 }  // namespace kivmp4::cli

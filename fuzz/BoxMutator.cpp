@@ -101,7 +101,7 @@ struct Mutation {
         Store(at, width, Below(4) ? hostile : now + Below(3) - 1);
     }
 
-    // The script stands at the end, behind it a byte for its size, which follows.
+    // The script stands at the end, after it a byte for its size, which follows.
     void ChangeScript() {
         const size_t script = bytes.size() - 1 - scriptSize;
         Havoc(script, bytes.size() - 1);

@@ -147,7 +147,8 @@ struct Script {
             case 13: KivMp4FlushFileReader(handle); break;
             case 14: KivMp4ResumeFileReader(handle); break;
             default:
-                Require(KivMp4SetAvailableBW(handle) + KivMp4GetAvailableBW(handle) == -2, "there is no bandwidth");
+                Require(KivMp4SetAvailableBW(handle) == -1, "no bandwidth is set");
+                Require(KivMp4GetAvailableBW(handle) == -1, "no bandwidth is known");
         }
         Require(answer >= -2 && answer <= 0 && (answer || (live && handle)), "only a live handle succeeds");
     }

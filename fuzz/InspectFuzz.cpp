@@ -1,8 +1,7 @@
-// Fuzz target: the command's own reader of boxes and sample tables over bytes in memory.
+// Fuzz target: the command's own reader of boxes and sample tables, and the rules of kivmp4 check, over bytes in memory.
 #include "Player.h"
 
-#include "inspect/Movie.h"
-#include "inspect/Samples.h"
+#include "check/Check.h"
 
 using namespace kivmp4::inspect;
 using kivmp4::fuzz::Require;
@@ -38,6 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     LookAtBoxes(movie.Root());
     for (const Track& track : movie.tracks)
         LookAtSamples(file, track);
-    (void)Stranger(file);
+    for (const kivmp4::check::Finding& finding : kivmp4::check::Check(movie, kivmp4::check::Extent::Units))
+        Require(!kivmp4::check::WithPlace(finding).empty(), "every finding says something");
     return 0;
 }

@@ -19,13 +19,13 @@ inline void Require(bool holds, const char* promise) {
     }
 }
 
-/// An input is a file with a script behind it. The last byte tells how many bytes the script has before it.
+/// An input is a file with a script after it. The last byte tells how many bytes the script has before it.
 struct Input {
     Input(const uint8_t* data, size_t size) : file(data), end(data + size - (size ? 1 : 0)) {
         next = end - (size ? std::min<size_t>(*end, size - 1) : 0);
         fileSize = static_cast<size_t>(next - file);
     }
-    /// 0 behind the script's end.
+    /// 0 past the script's end.
     uint8_t Next() { return next != end ? *next++ : uint8_t{0}; }
 
     const uint8_t* file;

@@ -1,13 +1,14 @@
 // Looks for what is wrong with a file: a table of rules, and what they find.
 #include "check/Check.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 namespace kivmp4::check {
 namespace {
-
-constexpr size_t kMaxSamples = size_t{1} << 23;  // of a track; 48 hours of sound
 
 constexpr char kRepack[] = "ffmpeg -i FILE -c copy repaired.mp4 writes the tables anew";
 constexpr char kEncoder[] = "the program that wrote the file is at fault; write it again with another one";
@@ -17,7 +18,8 @@ constexpr char kEncoder[] = "the program that wrote the file is at fault; write 
 const std::vector<Rule>& Rules() {
     using enum Severity;
     static const std::vector<Rule> rules = {
-        {"not-mp4", Error, "the file is of another kind", "make sure that this is the file you mean", FindFileFaults},
+        {"not-mp4", Error, "the file is of another kind", "make sure that this is the file you mean", FindFileFaults,
+         Extent::Structure},
         {"truncated", Error, "a box claims more bytes than the file has",
          "kivmp4 extract FILE -o part saves what is readable", nullptr},
         {"box-frame", Error, "a box does not fit its parent, or is smaller than its header", kEncoder, nullptr},
@@ -31,7 +33,7 @@ const std::vector<Rule>& Rules() {
         {"fragmented", Error, "samples lie in fragments, which are not played", "ffmpeg -i FILE -c copy flat.mp4",
          nullptr},
         {"no-track", Error, "no track can be played", "kivmp4 boxes FILE --path moov shows what is there",
-         FindTrackFaults},
+         FindTrackFaults, Extent::Structure},
         {"unsupported-track", Warning, "a track's format is not supported", "ffmpeg -i FILE converted.mp4", nullptr},
         {"encrypted-track", Warning, "a track is encrypted", "a player with the key is needed", nullptr},
         {"disabled-track", Note, "a track is marked as disabled and not played",
@@ -40,7 +42,9 @@ const std::vector<Rule>& Rules() {
         {"timescale-zero", Error, "a timescale is 0", kEncoder, nullptr},
         {"edit-ignored", Note, "an edit list that is not applied moves a track or cuts it",
          "ffmpeg -i FILE plain.mp4 applies the edit list by encoding anew", nullptr},
-        {"table-missing", Error, "a track lacks a table", kEncoder, FindTableFaults},
+        {"limited", Note, "the file has more than is looked at", "what lies past the limit was not checked",
+         FindTableFaults},
+        {"table-missing", Error, "a track lacks a table", kEncoder, nullptr},
         {"table-short", Error, "a table announces more entries than it holds", kRepack, nullptr},
         {"stts-count", Error, "times are told for more or fewer samples than there are sizes", kRepack, nullptr},
         {"ctts-count", Error, "time offsets are told for more or fewer samples than there are sizes", kRepack, nullptr},
@@ -59,10 +63,10 @@ const std::vector<Rule>& Rules() {
         {"duration", Warning, "a header's duration differs from that of the samples", kRepack, nullptr},
         {"one-gop", Warning, "only one key frame in more than ten seconds",
          "encode with a key frame every few seconds (ffmpeg -g)", nullptr},
-        {"nal-length", Error, "a NAL unit runs past its sample", kEncoder, FindUnitFaults, true},
-        {"sync-nal", Warning, "samples marked as key frames and IDR pictures differ", kRepack, nullptr, true},
+        {"nal-length", Error, "a NAL unit runs past its sample", kEncoder, FindUnitFaults, Extent::Units},
+        {"sync-nal", Warning, "samples marked as key frames and IDR pictures differ", kRepack, nullptr, Extent::Units},
         {"parameter-sets-inside", Note, "parameter sets stand inside samples too",
-         "players that ignore them show wrong pictures if they differ from those in avcC", nullptr, true},
+         "players that ignore them show wrong pictures if they differ from those in avcC", nullptr, Extent::Units},
     };
     return rules;
 }
@@ -71,9 +75,11 @@ const char* Name(Severity severity) {
     return severity == Severity::Error ? "error" : severity == Severity::Warning ? "warning" : "note";
 }
 
-Context::Context(const inspect::Movie& of) : movie(of), file(of.Source()) {
-    for (const inspect::Track& track : movie.tracks)
-        samples.push_back(Played(track) ? inspect::ListSamples(track, kMaxSamples) : std::vector<inspect::Sample>());
+const std::vector<inspect::Sample>& Context::SamplesOf(const inspect::Track& track) {
+    const auto [entry, added] = samples.try_emplace(track.trakIndex);
+    if (added && track.Played())
+        entry->second = inspect::ListSamples(track);
+    return entry->second;
 }
 
 void Context::Add(const char* rule, uint64_t offset, const std::string& path, const std::string& message) {
@@ -85,11 +91,24 @@ void Context::Add(const char* rule, uint64_t offset, const std::string& path, co
 
 std::string NameOf(const inspect::Track& track) { return "trak[" + std::to_string(track.trakIndex) + "]"; }
 
-std::vector<Finding> Check(const inspect::File& file, const Options& options) {
-    const inspect::Movie movie(file);
-    Context context(movie);
+std::string Hint(const Finding& finding, const std::string& name) {
+    constexpr std::string_view kPlaceholder = "FILE";
+    std::string hint = finding.rule->hint;
+    if (const size_t at = hint.find(kPlaceholder); at != std::string::npos)
+        hint.replace(at, kPlaceholder.size(), name);
+    return hint;
+}
+
+std::string WithPlace(const Finding& finding) {
+    if (finding.path.empty())
+        return finding.message;
+    return fmt::format("{} at 0x{:x}: {}", finding.path, finding.offset, finding.message);
+}
+
+std::vector<Finding> Check(const inspect::Movie& movie, Extent extent, const OnRead& onRead) {
+    Context context(movie, onRead);
     for (const Rule& rule : Rules()) {
-        if (rule.find && (options.deep || !rule.deep))
+        if (rule.find && rule.extent <= extent)
             rule.find(context);
     }
     std::stable_sort(context.findings.begin(), context.findings.end(),

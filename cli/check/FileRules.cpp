@@ -1,5 +1,8 @@
 // Rules about the file as a whole: its kind, its end, its index.
 #include "check/Check.h"
+#include "inspect/Facts.h"
+
+#include <fmt/format.h>
 
 namespace kivmp4::check {
 namespace {
@@ -9,7 +12,7 @@ using namespace inspect;
 std::string FirstBytes(const File& file) {
     std::string text;
     for (const uint8_t byte : file.ReadBytes(0, 4, 4))
-        text += Format(" %02x", byte);
+        text += fmt::format(" {:02x}", byte);
     return text;
 }
 
@@ -26,19 +29,12 @@ bool IsMp4(const Movie& movie) {
 std::string Readable(const Context& context) {
     std::string text;
     for (const Track& track : context.movie.tracks) {
-        const auto& samples = context.SamplesOf(track);
-        size_t there = 0;
-        double until = 0;
-        for (const Sample& sample : samples) {
-            if (sample.End() > context.file.Size())
-                continue;
-            there++;
-            if (track.timescale)
-                until = static_cast<double>(sample.dts + sample.duration) / track.timescale;
-        }
-        if (context.Played(track))
-            text += Format("%s%zu of %u units of %s (up to %.3f s)", text.empty() ? "" : ", ", there,
-                           track.constantSize ? track.stsz.claimed : track.sampleCount, NameOf(track).c_str(), until);
+        if (!track.Played())
+            continue;
+        const Facts facts = FactsOf(context.file, track);
+        text += fmt::format("{}{} of {} units of {} (up to {:.3f} s)", text.empty() ? "" : ", ", facts.readable,
+                            track.constantSize ? track.stsz.claimed : track.sampleCount, NameOf(track),
+                            static_cast<double>(facts.readableUntil) / 90000);
     }
     return text.empty() ? "" : "; readable: " + text;
 }
@@ -77,7 +73,7 @@ void FindFileFaults(Context& context) {
     if (!root.problem.empty() && !context.truncated)
         context.Add("box-frame", root.children.empty() ? 0 : root.children.back()->End(), "", root.problem);
     if (movie.fragment)
-        context.Add("fragmented", *movie.fragment, "'" + movie.fragment->type + "': the samples lie in fragments");
+        context.Add("fragmented", *movie.fragment, "the samples lie in fragments, which are not played");
     if (!movie.moov && !movie.fragment)
         context.Add("no-moov", 0, "", movie.items ? "holds pictures as items (HEIF), no movie" : "has no 'moov' box");
     else if (movie.moov && movie.mdat && !movie.MoovFirst())

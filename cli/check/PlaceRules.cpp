@@ -1,8 +1,10 @@
 // Rules about where samples lie: inside the file's data, apart from each other, near those that are due with them.
 #include "check/Check.h"
+#include "inspect/Facts.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
 
 namespace kivmp4::check {
 namespace {
@@ -68,50 +70,13 @@ void FindOverlaps(Context& context) {
                     first + (count > 1 ? "; " + std::to_string(count) + " in all" : ""));
 }
 
-// The greatest distance between the samples that all unfinished tracks have reached at the same time.
-struct Reached {
-    const Track* track;
-    const std::vector<Sample>* samples;
-    size_t next = 0;
-    double Time() const { return static_cast<double>((*samples)[next].dts) / track->timescale; }
-};
-
-struct Distance {
-    uint64_t bytes = 0, offset = 0;
-    double time = 0;
-};
-
-Distance WidestDistance(const Context& context) {
-    std::vector<Reached> tracks;
-    for (const Track& track : context.movie.tracks) {
-        if (track.timescale && !context.SamplesOf(track).empty())
-            tracks.push_back({&track, &context.SamplesOf(track)});
-    }
-    Distance widest;
-    while (tracks.size() > 1) {
-        uint64_t low = UINT64_MAX, high = 0;
-        for (const Reached& reached : tracks) {
-            low = std::min(low, (*reached.samples)[reached.next].offset);
-            high = std::max(high, (*reached.samples)[reached.next].offset);
-        }
-        const auto least = std::min_element(tracks.begin(), tracks.end(),
-                                            [](const Reached& a, const Reached& b) { return a.Time() < b.Time(); });
-        if (high - low > widest.bytes)
-            widest = {high - low, low, least->Time()};
-        if (++least->next == least->samples->size())
-            tracks.erase(least);
-    }
-    return widest;
-}
-
 void FindInterleaving(Context& context) {
-    const Distance widest = WidestDistance(context);
+    const Distance widest = WidestDistance(context.movie);
     if (widest.bytes <= kWindow)
         return;
-    char text[120];
-    std::snprintf(text, sizeof text, "samples due together at %.3f s lie %.0f KiB apart", widest.time,
-                  static_cast<double>(widest.bytes) / 1024);
-    context.Add(widest.bytes > kTold ? "interleave-told" : "interleave-window", widest.offset, "mdat", text);
+    context.Add(widest.bytes > kTold ? "interleave-told" : "interleave-window", widest.offset, "mdat",
+                fmt::format("samples due together at {:.3f} s lie {:.0f} KiB apart", widest.time,
+                            static_cast<double>(widest.bytes) / 1024));
 }
 
 }  // namespace

@@ -8,6 +8,17 @@ using namespace inspect;
 
 std::string Of(const Track& track, uint64_t count) { return NameOf(track) + ": " + std::to_string(count); }
 
+void FindLimits(Context& context, const Track& track) {
+    for (const Table* table : {&track.stts, &track.ctts, &track.stss, &track.stsz, &track.stsc, &track.stco}) {
+        if (table->tooLarge)
+            context.Add("limited", *table->box, Of(track, table->claimed) + " entries are too many to look at");
+    }
+    if (track.limited)
+        context.Add("limited", *track.stsz.box,
+                    Of(track, track.stsz.claimed) + " samples, only the first " + std::to_string(track.sampleCount) +
+                        " are looked at");
+}
+
 // Whether the table is there with all its entries; `most`: entries of `entrySize` bytes are needed.
 void FindShort(Context& context, const Track& track, const Table& table) {
     if (table && !table.tooLarge && table.count < table.claimed)
@@ -89,10 +100,13 @@ void FindChunkCount(Context& context, const Track& track, uint64_t samples) {
 }  // namespace
 
 void FindTableFaults(Context& context) {
+    if (context.movie.Tree().Limited())
+        context.Add("limited", 0, "", "the file has too many boxes to look at, or they nest too deep");
     for (const Track& track : context.movie.tracks) {
         // The tables of a fragmented file are empty; this has been told.
-        if (!context.Played(track) || context.movie.fragment)
+        if (!track.Played() || context.movie.fragment)
             continue;
+        FindLimits(context, track);
         FindMissing(context, track);
         for (const Table* table : {&track.stts, &track.ctts, &track.stss, &track.stsc, &track.stco, &track.elst})
             FindShort(context, track, *table);

@@ -1,8 +1,9 @@
 // Rules about times: durations of samples and in headers, distances between key frames.
 #include "check/Check.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <cstdio>
 
 namespace kivmp4::check {
 namespace {
@@ -36,10 +37,8 @@ uint64_t MediaDuration(const Track& track) {
 bool IsTold(uint64_t duration) { return duration && duration != UINT32_MAX && duration != UINT64_MAX; }
 
 void AddDuration(Context& context, const Box& box, const std::string& whose, double header, double tables) {
-    char text[160];
-    std::snprintf(text, sizeof text, "%s: the header says %.3f s, the samples last %.3f s", whose.c_str(), header,
-                  tables);
-    context.Add("duration", box, text);
+    context.Add("duration", box,
+                fmt::format("{}: the header says {:.3f} s, the samples last {:.3f} s", whose, header, tables));
 }
 
 void FindMediaDuration(Context& context, const Track& track) {
@@ -86,7 +85,7 @@ void FindTimeFaults(Context& context) {
     if (context.movie.fragment)
         return;
     for (const Track& track : context.movie.tracks) {
-        if (!context.Played(track))
+        if (!track.Played())
             continue;
         FindZeroDurations(context, track);
         // A table of times that speaks of other samples tells no duration.

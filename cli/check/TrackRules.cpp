@@ -1,8 +1,10 @@
 // Rules about tracks: what is played of them, and what of their headers is not.
 #include "check/Check.h"
+#include "inspect/Facts.h"
 
-#include <cstdio>
-#include <cstdlib>
+#include <fmt/format.h>
+
+#include <cmath>
 
 namespace kivmp4::check {
 namespace {
@@ -33,8 +35,7 @@ double IgnoredShift(const Movie& movie, const Track& track, bool& cuts) {
             empty += edit.duration;
     }
     cuts = media > 1;
-    const bool applied = track.edits.size() == 2 && track.edits[0].mediaTime == -1 && track.edits[1].mediaTime == 0;
-    if (applied || !movie.timescale || !track.timescale || !media)
+    if (AppliedDelay(movie, track) || !movie.timescale || !track.timescale || !media)
         return 0;
     return static_cast<double>(empty) / movie.timescale - static_cast<double>(start) / track.timescale;
 }
@@ -42,12 +43,11 @@ double IgnoredShift(const Movie& movie, const Track& track, bool& cuts) {
 void FindEdits(Context& context, const Track& track) {
     bool cuts = false;
     const double shift = IgnoredShift(context.movie, track, cuts);
-    char text[200];
-    std::snprintf(text, sizeof text, "%s: %zu entries%s; the track would start %.3f s %s than it is played",
-                  NameOf(track).c_str(), track.edits.size(), cuts ? ", several parts of the track" : "",
-                  shift < 0 ? -shift : shift, shift < 0 ? "earlier" : "later");
     if (cuts || shift > kNoticed || shift < -kNoticed)
-        context.Add("edit-ignored", *track.elst.box, text);
+        context.Add("edit-ignored", *track.elst.box,
+                    fmt::format("{}: {} entries{}; the track would start {:.3f} s {} than it is played", NameOf(track),
+                                track.edits.size(), cuts ? ", several parts of the track" : "", std::fabs(shift),
+                                shift < 0 ? "earlier" : "later"));
 }
 
 void FindParameterSets(Context& context, const Track& track) {
@@ -68,8 +68,8 @@ void FindTrackFaults(Context& context) {
     const Movie& movie = context.movie;
     bool any = false;
     for (const Track& track : movie.tracks) {
-        any = any || context.Played(track);
-        if (!context.Played(track)) {
+        any = any || track.Played();
+        if (!track.Played()) {
             FindRefusal(context, track);
             continue;
         }

@@ -58,6 +58,8 @@ void LookAtUnits(Context& context, const Track& track) {
     for (const Sample& sample : context.SamplesOf(track)) {
         if (sample.End() > context.file.Size())
             continue;  // told already
+        if (context.onRead)
+            context.onRead(sample.size);
         const Content content = Look(context.file.ReadBytes(sample.offset, sample.size, kMaxSample),
                                      static_cast<int>(track.Entry()->nalLengthSize));
         if (!content.broken.empty())
@@ -76,7 +78,7 @@ void LookAtUnits(Context& context, const Track& track) {
 
 void FindUnitFaults(Context& context) {
     for (const Track& track : context.movie.tracks) {
-        if (context.Played(track) && track.Entry()->type == "avc1" && track.Entry()->nalLengthSize)
+        if (track.Played() && track.Entry()->type == "avc1" && track.Entry()->nalLengthSize)
             LookAtUnits(context, track);
     }
 }

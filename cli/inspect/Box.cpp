@@ -1,6 +1,8 @@
 // The tree of boxes of a file: where each one lies, and what is wrong with its frame.
 #include "inspect/Box.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <map>
 
@@ -63,7 +65,7 @@ BoxTree::BoxTree(const File& from) : file(from) {
     root.size = root.claimedSize = file.Size();
     root.headerSize = 0;
     ReadChildren(root, 0);
-    // Boxes join the list in front of their children, so this reaches all of them.
+    // Boxes join the list before their children, so this reaches all of them.
     for (size_t i = 0; i < boxes.size(); i++) {
         const uint64_t start = ChildrenStart(boxes[i]);
         if (start && boxes[i].depth >= kMaxDepth)
@@ -155,6 +157,16 @@ uint64_t BoxTree::ChildrenStart(const Box& box) const {
         skip = version[1] == 1 ? 44 : version[1] == 2 ? 64 : 28;
     }
     return skip <= box.ContentSize() ? box.Content() + skip : 0;
+}
+
+std::string TypeText(const std::string& type) {
+    std::string text;
+    for (const char c : type) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool plain = byte >= 0x20 && byte <= 0x7E && c != '\\';
+        text += plain ? std::string(1, c) : fmt::format("\\x{:02x}", byte);
+    }
+    return text;
 }
 
 }  // namespace kivmp4::inspect

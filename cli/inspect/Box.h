@@ -63,4 +63,7 @@ private:
     bool limited = false;
 };
 
+/// Four bytes of a type for messages: printable ones as they are, others as "\xNN".
+std::string TypeText(const std::string& type);
+
 }  // namespace kivmp4::inspect

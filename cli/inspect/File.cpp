@@ -20,8 +20,9 @@ File::~File() {
 
 int File::Open(const std::string& path) {
     // Opening a FIFO for reading would wait for a writer.
-    descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    struct stat status {};
+    descriptor =
+        path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    struct stat status = {};
     if (descriptor < 0 || fstat(descriptor, &status) != 0)
         return errno;
     if (!S_ISREG(status.st_mode))
@@ -40,13 +41,16 @@ size_t File::Read(uint64_t offset, void* destination, size_t count) const {
     }
     size_t done = 0;
     while (done < count) {
+        begun.fetch_add(1);
         const ssize_t got = pread(descriptor, static_cast<uint8_t*>(destination) + done, count - done,
                                   static_cast<off_t>(offset + done));
-        if (got < 0 && errno == EINTR)
+        const int error = errno;
+        ended.fetch_add(1);
+        if (got < 0 && error == EINTR)
             continue;
         if (got <= 0) {  // 0: the file has shrunk
-            if (!readError)
-                readError = got < 0 ? errno : EIO;
+            int none = 0;
+            readError.compare_exchange_strong(none, got < 0 ? error : EIO);
             break;
         }
         done += static_cast<size_t>(got);
@@ -59,6 +63,12 @@ Bytes File::ReadBytes(uint64_t offset, uint64_t count, size_t limit) const {
     Bytes bytes(static_cast<size_t>(std::min({there, count, uint64_t{limit}})));
     bytes.resize(Read(offset, bytes.data(), bytes.size()));
     return bytes;
+}
+
+bool File::Is(const std::string& path) const {
+    struct stat other = {}, own = {};
+    return stat(path.c_str(), &other) == 0 && fstat(descriptor, &own) == 0 && other.st_dev == own.st_dev &&
+           other.st_ino == own.st_ino;
 }
 
 }  // namespace kivmp4::inspect

@@ -1,6 +1,7 @@
 // The bytes of a file: the one place that knows where the file ends.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -21,22 +22,31 @@ public:
     File(const File&) = delete;
     File& operator=(const File&) = delete;
 
+    /// @param path  "-" for standard input
     /// @return 0, or the errno that tells why not; EISDIR and EINVAL for what is not a regular file
     [[nodiscard]] int Open(const std::string& path);
 
     uint64_t Size() const { return size; }
-    /// errno of the first read that the system refused, else 0.
-    int ReadError() const { return readError; }
-    /// Copies what there is of `count` bytes from `offset` on. @return how many
+    /// errno of the first read that the system refused, else 0; EIO when the file has become shorter. Any thread.
+    int ReadError() const { return readError.load(); }
+    /// Copies what there is of `count` bytes from `offset` on. Any thread. @return how many
     size_t Read(uint64_t offset, void* destination, size_t count) const;
     /// At most `limit` of the `count` bytes from `offset` on: as many as the file has. Allocates no more than that.
     Bytes ReadBytes(uint64_t offset, uint64_t count, size_t limit) const;
+    /// Whether `path` leads to this very file.
+    bool Is(const std::string& path) const;
+
+    /// Reads that the process has asked the system for, and those that have returned: for whom a read takes too long.
+    static uint32_t ReadsBegun() { return begun.load(); }
+    static uint32_t ReadsEnded() { return ended.load(); }
 
 private:
+    inline static std::atomic<uint32_t> begun{0}, ended{0};
+
     Bytes memory;
     int descriptor = -1;  // owned
     uint64_t size = 0;
-    mutable int readError = 0;
+    mutable std::atomic<int> readError{0};
 };
 
 inline uint64_t ReadNumber(const uint8_t* bytes, int count) {

@@ -27,7 +27,7 @@ public:
     uint32_t timescale = 0;                // of mvhd
     uint64_t duration = 0;                 // of mvhd, in its timescale
     std::vector<Track> tracks = {};        // one for each "trak"
-    /// The index lies in front of the samples, so that playing can start before all is there.
+    /// The index lies before the samples, so that playing can start before all is there.
     bool MoovFirst() const { return moov && (!mdat || moov->offset < mdat->offset); }
 
 private:

@@ -24,7 +24,7 @@ bool IsAudioType(const std::string& type) {
                           "alac", "sowt", "twos", "in24", "in32", "fl32", "fl64"});
 }
 
-// One list of parameter sets: `count` of them, each behind a length of 16 bits.
+// One list of parameter sets: `count` of them, each after its length in 16 bits.
 bool ReadSets(Fields& fields, uint32_t count, std::vector<Bytes>& sets) {
     for (; count && !fields.Failed(); count--)
         sets.push_back(fields.Take(fields.U16()));

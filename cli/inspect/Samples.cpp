@@ -64,10 +64,10 @@ bool SampleWalk::IsKey(uint32_t sample) {
     return !track.stss.count || (keyEntry < track.stss.count && track.stss.At(keyEntry) == sample + 1);
 }
 
-std::vector<Sample> ListSamples(const Track& track, size_t limit) {
+std::vector<Sample> ListSamples(const Track& track) {
     std::vector<Sample> samples;
     SampleWalk walk(track);
-    for (Sample sample; samples.size() < limit && walk.Next(sample);)
+    for (Sample sample; walk.Next(sample);)
         samples.push_back(sample);
     return samples;
 }

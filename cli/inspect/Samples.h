@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <limits>
 #include <vector>
 
 #include "inspect/Track.h"
@@ -47,8 +46,7 @@ private:
     int64_t dts = 0;
 };
 
-/// The first samples, at most `limit`.
-std::vector<Sample> ListSamples(const Track& track, size_t limit = std::numeric_limits<size_t>::max());
+std::vector<Sample> ListSamples(const Track& track);
 
 /// Media units in 90 kHz ticks, cut off; 0 when the timescale is.
 int64_t ToTicks(int64_t units, uint32_t timescale);

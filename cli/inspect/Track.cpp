@@ -9,6 +9,7 @@ namespace kivmp4::inspect {
 namespace {
 
 constexpr size_t kMaxTable = size_t{256} << 20;  // ten hours of sound need 6 MiB
+constexpr uint32_t kMaxSamples = 1u << 23;       // 48 hours of sound
 constexpr size_t kMaxHeader = 4096;              // of a box with a few fixed fields
 
 // The entries after `skip` bytes and a count; `fieldCount` numbers of 32 bits each.
@@ -120,6 +121,8 @@ void ReadTables(const File& file, const Box& stbl, Track& track) {
     if (track.constantSize)
         track.sampleCount =
             static_cast<uint32_t>(std::min<uint64_t>(track.stsz.claimed, file.Size() / track.constantSize + 1));
+    track.limited = track.sampleCount > kMaxSamples;
+    track.sampleCount = std::min(track.sampleCount, kMaxSamples);
 }
 
 std::string RefusalOf(const Track& track) {

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "inspect/Box.h"
-#include "inspect/Format.h"
 
 namespace kivmp4::inspect {
 
@@ -53,7 +52,7 @@ struct SampleEntry {
     Bytes avcC = {}, esds = {};             // contents
     Bytes specific = {};                    // of esds: the DecoderSpecificInfo, for AAC an AudioSpecificConfig
     uint32_t nalLengthSize = 0;             // of avcC: 1 to 4; 0 without
-    std::vector<Bytes> sps = {}, pps = {};  // of avcC, without the length in front
+    std::vector<Bytes> sps = {}, pps = {};  // of avcC, without their lengths
     bool avcCBroken = false;                // its parameter sets run past its end
 };
 
@@ -79,6 +78,7 @@ struct Track {
     Table stts, ctts, stss, stsz, stsc, stco, elst;
     uint32_t constantSize = 0;  // of stsz, 0 when each sample has its own
     uint32_t sampleCount = 0;   // of stsz; never more than its table holds, or than one past what fits the file
+    bool limited = false;            // there are more samples than are looked at: the last ones are left out
     /// Why the module does not list this track, or nothing. Listed tracks are numbered from 0 in the order of the file.
     std::string refusal = {};
     /// Why the module lists the track, but can neither describe nor deliver it; or nothing.

@@ -11,7 +11,7 @@ constexpr int64_t kStartCodeSize = sizeof(kStartCode);
 constexpr size_t kSetCount = 5;  // record byte: number of sequence parameter sets in its low five bits
 constexpr size_t kFirstSet = 6;
 
-// Walks the parameter sets of a record: sequence sets first, then, behind a count of their own, picture sets.
+// Walks the parameter sets of a record: sequence sets first, then picture sets after a count of their own.
 // `visit` gets each set's bytes and whether it is a picture set. @return false when a set runs past the record or
 // `visit` refuses one
 template <typename Visitor>

@@ -15,8 +15,8 @@ public:
     int32_t GetMaxUnitSize(int32_t n) const override;
     void Reset() override { sendParameterSets = true; }
 
-    /// The first unit after construction or Reset has the parameter sets in front: each sequence parameter set behind
-    /// 00 00 01, each picture parameter set and each NAL unit of the sample behind 00 00 00 01.
+    /// The first unit after construction or Reset starts with the parameter sets. Each sequence parameter set comes after
+    /// 00 00 01, each picture parameter set and each NAL unit of the sample after 00 00 00 01.
     int32_t FormatUnit(AccessUnit& unit, SampleReader& reader, int64_t offset, uint32_t sampleSize) override;
 
 private:

@@ -6,7 +6,7 @@
 namespace kivmp4 {
 namespace {
 
-constexpr size_t kShortestConfig = 5;  // a start code and a byte behind it
+constexpr size_t kShortestConfig = 5;  // a start code and one more byte
 
 bool IsVideoObjectLayer(const uint8_t* code) {
     return code[0] == 0 && code[1] == 0 && code[2] == 1 && code[3] >> 4 == 2;

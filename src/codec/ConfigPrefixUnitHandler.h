@@ -1,4 +1,4 @@
-// Unit handler for MPEG-4 visual: the decoder configuration goes in front of the first unit.
+// Unit handler for MPEG-4 visual: the first unit starts with the decoder configuration.
 #pragma once
 
 #include "codec/UnitHandler.h"

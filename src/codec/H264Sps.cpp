@@ -6,7 +6,7 @@
 namespace kivmp4 {
 namespace {
 
-constexpr size_t kNalHeader = 8;      // behind the 6-byte record header and the first 16-bit length
+constexpr size_t kNalHeader = 8;      // after the 6-byte record header and the first 16-bit length
 constexpr uint32_t kFrameLimit = 15;  // one less than the standard's 16: meant
 
 bool HasChromaFields(uint8_t profile) {

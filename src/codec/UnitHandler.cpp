@@ -27,7 +27,7 @@ bool UnitHandler::Grow(AccessUnit& unit, int64_t need, int64_t margin) {
     if (capacity > INT32_MAX)
         return false;
     DropForeignBlock(unit);
-    if (unit.capacity >= need + margin)
+    if (unit.payload && unit.capacity >= need + margin)
         return true;
     ModuleFree(unit.payload);
     SetBlock(unit, ModuleAllocPayload(static_cast<size_t>(capacity)), capacity);

@@ -42,7 +42,7 @@ ReadStatus Mp4Box::Read(int64_t offset, uint32_t count, void* destination) {
         ReleaseData();
         return inside ? ReadStatus::Done : ReadStatus::Failed;
     }
-    // Offsets come from sample tables too: a sum that wraps lies behind every file's end.
+    // Offsets come from sample tables too: a sum that wraps lies past every file's end.
     const int64_t position = static_cast<int64_t>(static_cast<uint64_t>(offset) + static_cast<uint64_t>(start));
     for (;;) {
         const ReadStatus status = parent->Read(position, count, destination);

@@ -47,7 +47,7 @@ public:
     uint32_t GetHeaderSize() const { return headerSize; }
 
     /// Lists the children. `offset` counts from the end of the header: 0 for ordinary containers. At the file's level
-    /// the walk ends behind the later of "moov" and "mdat". A child that does not fit ends it.
+    /// the walk ends after the later of "moov" and "mdat". A child that does not fit ends it.
     void ParseChildren(int64_t offset);
 
     /// Children listed so far, without a walk.

@@ -80,7 +80,7 @@ private:
 
     LightMutex lock;                  // guards everything below and all headers
     uint8_t* base;                    // position p stands at base + 16 p
-    uint32_t end;                     // one behind the last unit
+    uint32_t end;                     // one past the last unit
     uint32_t secret;                  // differs from heap to heap
     uint32_t rowMap;                  // bit r: some bin of row r is not empty
     uint32_t columnMap[kRows];        // bit c: bin (r, c) is not empty

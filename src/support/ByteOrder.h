@@ -28,7 +28,7 @@ struct ByteView {
     uint16_t LE16(size_t offset) const { return Has(offset, 2) ? ReadLE16(data + offset) : uint16_t{0}; }
     uint32_t LE32(size_t offset) const { return Has(offset, 4) ? ReadLE32(data + offset) : 0; }
 
-    /// Everything from `offset` on; empty when that lies behind the end.
+    /// Everything from `offset` on; empty when that lies past the end.
     ByteView From(size_t offset) const { return offset <= size ? ByteView{data + offset, size - offset} : ByteView{}; }
 };
 

@@ -1,8 +1,8 @@
 // Holds the command's own reader against the module, unit by unit, over the same bytes.
 #pragma once
 
-#include "inspect/Movie.h"
-#include "inspect/Samples.h"
+#include "check/Check.h"
+#include "inspect/Facts.h"
 #include "support/Session.h"
 
 namespace kivmp4::test {
@@ -35,9 +35,11 @@ public:
     std::vector<Lane> lanes;
 };
 
-inline int64_t Delay(const inspect::Movie& movie, const inspect::Track& track) {
-    const bool applied = track.edits.size() == 2 && track.edits[0].mediaTime == -1 && track.edits[1].mediaTime == 0;
-    return applied && movie.timescale ? static_cast<int64_t>(track.edits[0].duration * 90000 / movie.timescale) : 0;
+/// Of a file with these bytes.
+inline std::vector<check::Finding> FindingsIn(const Bytes& content, check::Extent extent = check::Extent::Units) {
+    const inspect::File file(content);
+    const inspect::Movie movie(file);
+    return check::Check(movie, extent);
 }
 
 /// What delivery makes of the sample's bytes, but for the configuration in front of the first one.
@@ -75,7 +77,7 @@ inline size_t ExpectAgreement(const Bytes& content) {
         MergedSamples::Lane& lane = merged.lanes[at];
         const inspect::Sample& sample = lane.samples[lane.next++];
         const uint32_t scale = lane.track->timescale;
-        const int64_t delay = Delay(movie, *lane.track);
+        const int64_t delay = inspect::AppliedDelay(movie, *lane.track);
         EXPECT_PRED2(IsNear, unit.dts, inspect::ToTicks(sample.dts, scale) + delay);
         EXPECT_PRED2(IsNear, unit.pts, inspect::ToTicks(sample.cts, scale) + delay);
         EXPECT_PRED2(IsNear, unit.duration, inspect::ToTicks(sample.duration, scale));

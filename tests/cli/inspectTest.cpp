@@ -2,7 +2,6 @@
 #include "cli/inspectAgreement.h"
 
 #include "Boxes.h"
-#include "check/Report.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -101,7 +100,7 @@ TEST(Inspect, AgreesWithTheModuleOnChunksOfManyLengths) {
         movie.tracks[0].replace = {{"stsc", Words("stsc", map)}, {"stco", Words("stco", offsets)}};
         const Bytes bytes = Mp4Builder::Build(movie);
         EXPECT_EQ(ExpectAgreement(bytes), 80u);
-        EXPECT_EQ(check::Check(inspect::File(bytes), {.deep = true}).size(), 1u);  // the index lies last
+        EXPECT_EQ(FindingsIn(bytes).size(), 1u);  // the index lies last
     }
 }
 
@@ -233,12 +232,12 @@ TEST(InspectClips, AgreeWithTheModuleAndBreakNoOtherRule) {
         const size_t units = ExpectAgreement(bytes);
         EXPECT_GT(units, 20u);
         ASSERT_FALSE(HasFailure());
-        const inspect::File file(bytes);
-        std::string rules;
-        const auto findings = check::Check(file, {.deep = true});
-        for (const check::Finding& finding : findings)
+        std::string rules, told;
+        for (const check::Finding& finding : FindingsIn(bytes)) {
             rules += std::string(" ") + finding.rule->name;
-        EXPECT_EQ(rules, line.substr(end)) << check::Text("clip", findings);
+            told += check::WithPlace(finding) + "\n";
+        }
+        EXPECT_EQ(rules, line.substr(end)) << told;
     }
     EXPECT_GT(clips, 9u);
 }

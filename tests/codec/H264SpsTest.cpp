@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "support/Sps.h"
 
 namespace kivmp4::test {
@@ -20,15 +22,8 @@ TEST(H264Sps, PassesEveryPartOfTheVui) {
     for (uint32_t parts = 0; parts < 1 << 8; parts++) {
         SCOPED_TRACE(parts);
         const auto has = [parts](int part) { return (parts >> part & 1) != 0; };
-        Sps fields{.scalingMatrix = has(0),
-                   .overscan = has(1),
-                   .signal = has(2),
-                   .colour = has(3),
-                   .chromaLocation = has(4),
-                   .timing = has(5),
-                   .nalHrd = has(6),
-                   .vclHrd = has(7),
-                   .buffering = 3};
+        Sps fields{.scalingMatrix = has(0), .overscan = has(1), .signal = has(2), .colour = has(3), .buffering = 3};
+        fields.chromaLocation = has(4), fields.timing = has(5), fields.nalHrd = has(6), fields.vclHrd = has(7);
         if (has(0))
             fields.aspect = 255;
         const H264SpsInfo info = Analyse(fields);
@@ -37,7 +32,8 @@ TEST(H264Sps, PassesEveryPartOfTheVui) {
         EXPECT_EQ(info.videoFormat, has(2) ? 5u : 0u);
         EXPECT_EQ(info.numUnitsInTick, has(5) ? 1001u : 0u);
         EXPECT_EQ(info.timeScale, has(5) ? 60000u : 0u);
-        EXPECT_EQ(info.sarWidth * 16 + info.sarHeight, has(0) ? 4u * 16 + 3 : 0u);
+        EXPECT_EQ(info.sarWidth, has(0) ? 4u : 0u);
+        EXPECT_EQ(info.sarHeight, has(0) ? 3u : 0u);
     }
 }
 
@@ -45,22 +41,40 @@ TEST(H264Sps, PassesWhatStandsBeforeThePictureSize) {
     for (const uint32_t profile : {66, 77, 88, 100, 110, 122, 244})
         for (const uint32_t chroma : {0, 1, 2, 3})
             for (const uint32_t poc : {0, 1, 2}) {
-                const H264SpsInfo info = Analyse({.profile = profile,
-                                                  .chromaFormat = chroma,
-                                                  .scalingMatrix = chroma > 1,
-                                                  .log2MaxFrameNum = 9,
-                                                  .pocType = poc,
-                                                  .pocCycle = {1, 2, 30},
-                                                  .refs = 1,
-                                                  .width = 120,
-                                                  .height = 68,
-                                                  .frameMbsOnly = poc != 2,
-                                                  .crop = {0, 1, 0, 4}});
-                EXPECT_EQ(info.picWidthInMbs * 1000 + info.picHeightInMapUnits, 120068u)
-                    << profile << ' ' << chroma << ' ' << poc;
+                Sps sps{
+                    .profile = profile, .chromaFormat = chroma, .scalingMatrix = chroma > 1, .pocType = poc, .refs = 1};
+                sps.log2MaxFrameNum = 9, sps.pocCycle = {1, 2, 30}, sps.crop = {0, 1, 0, 4};
+                sps.width = 120, sps.height = 68, sps.frameMbsOnly = poc != 2;
+                const H264SpsInfo info = Analyse(sps);
+                EXPECT_EQ(info.picWidthInMbs, 120u) << profile << ' ' << chroma << ' ' << poc;
+                EXPECT_EQ(info.picHeightInMapUnits, 68u);
                 EXPECT_EQ(info.maxFrameNum, 512u);
                 EXPECT_EQ(info.frameCroppingFlag, 1);
             }
+}
+
+// Cut anywhere, in copies exactly as long, with each element at every place within a byte.
+TEST(H264Sps, EndsWithTheRecord) {
+    for (const uint32_t poc : {0, 1}) {
+        for (uint32_t shift = 0; shift < 8; shift++) {
+            Sps sps{.log2MaxFrameNum = 4 + (1u << shift / 2), .pocType = poc, .pocCycle = {30}, .frameMbsOnly = false};
+            sps.profile = shift % 2 ? 66 : 244, sps.crop = {0, 1, 0, 4};
+            const size_t mandatory = AvcC(4, {sps}, {}).size() - 1;  // what follows are the VUI part or the next sets
+            sps.aspect = 255, sps.signal = sps.colour = sps.chromaLocation = sps.timing = sps.nalHrd = true;
+            sps.buffering = 3;
+            const Bytes record = AvcC(4, {sps}, {});
+            for (size_t size = 0; size < record.size() - 1; size++) {
+                const Bytes part(record.begin(), record.begin() + static_cast<std::ptrdiff_t>(size));
+                H264SpsInfo info = {};
+                const int32_t complete = ExtractSPSInformation({part.data(), part.size()}, info, 0);
+                if (size + 1 < mandatory) {
+                    EXPECT_EQ(complete, 0) << size;
+                } else if (size > mandatory) {
+                    EXPECT_EQ(complete, 1) << size;
+                }
+            }
+        }
+    }
 }
 
 // The sample aspect ratios of Table E-1, fractions cut off.
@@ -75,23 +89,18 @@ TEST(H264Sps, KnowsTheAspectRatios) {
 
 // MaxDpbMbs of Table A-1, and the steps of the level that are known.
 TEST(H264Sps, KnowsTheLevels) {
-    struct Level {
-        uint8_t level;
-        uint32_t macroblocks;
-        uint8_t raised;
-    };
-    const Level levels[] = {{9, 0, 9},        {10, 396, 11},   {11, 900, 12},   {12, 2376, 13},  {13, 2376, 20},
-                            {20, 2376, 21},   {21, 4752, 22},  {22, 8100, 30},  {30, 8100, 32},  {31, 18000, 32},
-                            {32, 20480, 40},  {40, 32768, 40}, {41, 32768, 41}, {42, 34816, 42}, {50, 110400, 50},
-                            {51, 184320, 51}, {52, 0, 52}};
-    for (const Level& c : levels) {
+    const std::tuple<uint8_t, uint32_t, uint8_t> levels[] = {
+        {9, 0, 9},       {10, 396, 11},   {11, 900, 12},    {12, 2376, 13},   {13, 2376, 20},  {20, 2376, 21},
+        {21, 4752, 22},  {22, 8100, 30},  {30, 8100, 32},   {31, 18000, 32},  {32, 20480, 40}, {40, 32768, 40},
+        {41, 32768, 41}, {42, 34816, 42}, {50, 110400, 50}, {51, 184320, 51}, {52, 0, 52}};
+    for (const auto& [level, macroblocks, raised] : levels) {
         H264SpsInfo info = {};
-        info.levelIdc = c.level;
+        info.levelIdc = level;
         EXPECT_EQ(GetMaxDpbFrames(info), 0u);
         info.picWidthInMbs = info.picHeightInMapUnits = 1;
-        EXPECT_EQ(GetMaxDpbFrames(info), c.macroblocks) << int{c.level};
+        EXPECT_EQ(GetMaxDpbFrames(info), macroblocks) << int{level};
         UpgradeLevel(info, 0);
-        EXPECT_EQ(info.levelIdc, c.raised) << int{c.level};
+        EXPECT_EQ(info.levelIdc, raised) << int{level};
     }
 }
 

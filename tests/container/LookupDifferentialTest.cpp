@@ -1,11 +1,15 @@
 // A track's look-ups against walks over random and forged tables, entry by entry. Some answers depend on where the
 // look-up before stopped, so both are asked the same questions in the same order.
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <random>
 
 #include "container/FileMovie.h"
-#include "support/BoxTree.h"
+#include "support/FailingAllocator.h"
+#include "support/Mp4Builder.h"
 
 namespace kivmp4::test {
 namespace {
@@ -155,6 +159,31 @@ struct Walks {
     }
 };
 
+/// A movie over bytes in memory, with the heap that it needs.
+struct Loaded : DataSource {
+    explicit Loaded(Bytes content) : bytes(std::move(content)) {
+        EXPECT_TRUE(CreateModuleHeap(heap.data(), heap.size()));
+        auto* root = ModuleNew<Mp4Box>(memory.Interface(), this, int64_t{0}, GetSize(), 0u, 0u);
+        movie = ModuleNew<FileMovie>(root, memory.Interface(), 0);
+    }
+    ~Loaded() {
+        ModuleDelete(movie);
+        DestroyModuleHeap();
+        EXPECT_EQ(memory.Outstanding(), 0u);
+    }
+    ReadStatus Read(int64_t offset, uint32_t size, void* destination) override {
+        if (offset < 0 || static_cast<uint64_t>(offset) + size > bytes.size())
+            return ReadStatus::Failed;
+        std::memcpy(destination, bytes.data() + offset, size);
+        return ReadStatus::Done;
+    }
+    int64_t GetSize() override { return static_cast<int64_t>(bytes.size()); }
+
+    Bytes bytes, heap = Bytes(size_t{1} << 20);
+    FailingAllocator memory;
+    FileMovie* movie;
+};
+
 template <typename Side>
 std::array<int64_t, 3> Ask(Side& side, uint32_t question, int32_t sample, int64_t ticks) {
     int32_t index = -7;
@@ -187,9 +216,8 @@ TEST(Track, AnswersAsPlainWalksDo) {
                          {"stco", table("stco", walks.chunks, 1)},
                          {"stsz", table("stsz", walks.sizes, 1)},
                          {"stss", table("stss", stss, 1)}};
-        BoxTree tree(Mp4Builder::Build({.tracks = {video}}), size_t{1} << 20);
-        const ClientAllocator* memory = tree.memory.Interface();
-        FileMovie movie(ModuleNew<Mp4Box>(memory, &tree.source, int64_t{0}, tree.source.GetSize(), 0u, 0u), memory, 0);
+        Loaded loaded(Mp4Builder::Build({.tracks = {video}}));
+        kivmp4::Track& track = *loaded.movie->GetTrack(0);
         const uint32_t range = static_cast<uint32_t>(std::max(walks.decodeTimes.size(), walks.sizes.size())) + 5;
         const uint32_t questions = walks.decodeTimes.size() < 2 ? 4 : 7;
         uint32_t block = 0, sample = 0;
@@ -201,7 +229,7 @@ TEST(Track, AnswersAsPlainWalksDo) {
             int64_t ticks = walks.TimeOf(walks.Below(range)) + walks.Below(3) - 1;
             if (walks.Below(4) == 0)
                 ticks = int64_t{static_cast<int32_t>(walks.random())} << walks.Below(30) >> walks.Below(30);
-            ASSERT_EQ(Ask(*movie.GetTrack(0), question, asked, ticks), Ask(walks, question, asked, ticks))
+            ASSERT_EQ(Ask(track, question, asked, ticks), Ask(walks, question, asked, ticks))
                 << "seed " << seed << ", ask " << count << ": question " << question << ", sample " << asked
                 << ", time " << ticks << "; timescale " << walks.timescale << "; stts, ctts, stsc, sizes, stss "
                 << testing::PrintToString(std::array{walks.stts, walks.ctts, walks.stsc, walks.sizes, stss});

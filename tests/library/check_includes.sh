@@ -1,7 +1,7 @@
 #!/bin/sh
 # Usage: check_includes.sh SOURCE
 # Includes run one way: api - container - io, codec - support - platform. The command, the benchmarks and the example see
-# the public header only, and no header includes itself by way of others.
+# the public header only, and no header or source includes itself by way of others.
 set -eu
 cd "$1"
 awk '
@@ -32,5 +32,7 @@ END {
     exit failed
 }' $(find src cli bench examples -name '*.h' -o -name '*.cpp' -o -name '*.c')
 
-# From pairs of a header and one that it includes tsort names those that form a circle.
-grep -r --include='*.h' '^#include "' src | sed 's|^\([^:]*\):#include "\(.*\)".*|\1 src/\2|' | tsort >/dev/null
+# A header and the source of its name are one: circles through a source count too. From pairs of one and another that it
+# includes tsort names those that form a circle.
+grep -r --include='*.h' --include='*.cpp' '^#include "' src |
+    sed 's/^\([^:]*\)\.[a-z]*:#include "\(.*\)\.h".*/\1 src\/\2/' | awk '$1 != $2' | tsort >/dev/null

@@ -299,14 +299,16 @@ units, keys = f.units(copy=False), g.key_frames()
 next(units), next(keys)
 def forever():
     h = kivmp4.open(sys.argv[2])
+    opened.set()
     try:
         while True:
             for unit in h: pass
             h.rewind()
     except kivmp4.ClosedError:  # the end of the program closes it
         pass
-started = threading.Thread(target=forever, daemon=True)
-started.start()
+opened = threading.Event()
+threading.Thread(target=forever, daemon=True).start()
+opened.wait()
 for _ in range(1000): next(g.units()); g.rewind()
 print("end")
 """

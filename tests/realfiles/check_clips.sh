@@ -2,7 +2,7 @@
 # Usage: check_clips.sh COMMAND...
 # Clips that ffmpeg makes, through the kivmp4 command: packets, streams, winding and seeks against ffmpeg and ffprobe.
 set -eu
-kivmp4=("$@" --log 0)
+kivmp4=("$@")
 directory=$(mktemp -d)
 trap 'rm -rf "$directory"' EXIT
 cd "$directory"
@@ -26,7 +26,7 @@ check() {
   shift 3
   ffmpeg -nostdin -v error -y "$@" "$clip"
   rm -rf tracks expected.* got.*
-  "${kivmp4[@]}" packets "$clip" | sed 1d >got.packets
+  "${kivmp4[@]}" packets "$clip" --csv --columns track,pts,dts,duration,size,flags,pos | sed '1d; s/,K,/,1,/; s/,[.],/,0,/; y/,/ /' >got.packets
   ffprobe -v error -ignore_editlist 1 -of csv -show_entries \
     packet=stream_index,pts,dts,duration,size,pos,flags:stream=index,time_base "$clip" >probed
 
@@ -39,10 +39,10 @@ check() {
       before = substr(streams, 1, $2)
       gsub("-", "", before)
       dts = ticks($4) + (kind == "a" ? 0 : delay)
-      print $7, length(before), dts + int(($3 - $4) * 90000 / timescale[$2]), dts, ticks($5), $6, ($8 ~ /K/) + 0
+      print $7, length(before), dts + int(($3 - $4) * 90000 / timescale[$2]), dts, ticks($5), $6, ($8 ~ /K/) + 0, $7
     }' probed probed | sort -s -n -k 1,1 | cut -d' ' -f2- >expected.packets
-  awk 'FNR == NR { for (i = 1; i <= 6; i++) want[FNR, i] = $i; next }
-    { for (i = 1; i <= 6; i++) {
+  awk 'FNR == NR { for (i = 1; i <= 7; i++) want[FNR, i] = $i; next }
+    { for (i = 1; i <= 7; i++) {
         difference = $i - want[FNR, i]
         if (difference && !(i >= 2 && i <= 4 && difference ^ 2 == 1) && !(i == 5 && difference > 0 && !seen[$1])) {
           print "packet " FNR ", field " i ": " $i " instead of " want[FNR, i]
@@ -71,11 +71,11 @@ check() {
   # One video track with a table of key frames: winding reaches all of them, seeks to their times land on them.
   if [[ $streams =~ ^[hv][^hv]*$ ]] && awk '$1 == 0 && !$6 { found = 1 } END { exit !found }' got.packets; then
     awk '$1 == 0 && $6 { print $2 }' got.packets >expected.keys
-    "${kivmp4[@]}" keys "$clip" | awk 'NR > 1 { print $2 }' >got.keys
+    "${kivmp4[@]}" keys "$clip" --csv | awk -F, 'NR > 1 { print $3 }' >got.keys
     same "key frames" expected.keys got.keys
-    "${kivmp4[@]}" keys "$clip" --backward | awk 'NR > 1 { print $2 }' | tac >got.keys
+    "${kivmp4[@]}" keys "$clip" --backward --csv | awk -F, 'NR > 1 { print $3 }' | tac >got.keys
     same "key frames backward" expected.keys got.keys
-    [ "$delay" != 0 ] || "${kivmp4[@]}" seek "$clip" $(sed 's/$/t/' expected.keys) | sed -n 's/.*track 0: .*, pts \(.*\), +0.000 .*, key$/\1/p' >got.keys
+    "${kivmp4[@]}" seek "$clip" $(sed 's/$/t/' expected.keys) | sed -n 's/.* #0 video.* (\([0-9]*\))  +0.000 s  (a key frame at the target)$/\1/p' >got.keys
     same "seeks" expected.keys got.keys
   fi
 }

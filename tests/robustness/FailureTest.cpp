@@ -1,6 +1,8 @@
 // Every failure once: each allocation and each answer of the player, over opening, delivery, winding and seeks.
 #include "support/Session.h"
 
+#include <tuple>
+
 namespace kivmp4::test {
 namespace {
 
@@ -31,7 +33,7 @@ std::vector<Bytes> Files() {
     const Bytes delay = Box("edts", Words("elst", {2, 500, 0xFFFFFFFF, 0, 9, 0, 0}));
     video.tracks[0].replace = {
         {"stss", Words("stss", {3, 1, 11, 21})}, {"ctts", Words("ctts", {1, 30, 3000})}, {"edts", delay}};
-    video.tracks[0].samples[5] = Prefixed(4, {Nal(70000)});  // read past the buffer
+    video.tracks[0].samples[5] = Prefixed(4, {Nal(70000), Nal(66000)});  // read past the buffer
     const Bytes offsets = FullBox("ctts", Put().U32(300).Each(Numbers(600, 1), 4));
     many.tracks[1].replace = {{"stss", FullBox("stss", Put().U32(300).Each(Numbers(300, 1), 4))}, {"ctts", offsets}};
     many.tracks.push_back(VideoTrack(20));
@@ -41,13 +43,7 @@ std::vector<Bytes> Files() {
 
 TEST(Failures, OfEveryCallEndInADocumentedResult) {
     enum Victim { Heap, System, Memory, Read };
-    struct Way {
-        const char* name;
-        Victim victim;
-        Fault fault;
-        uint32_t count;
-    };
-    const Way ways[] = {
+    const std::tuple<const char*, Victim, Fault, uint32_t> ways[] = {
         {"heap once", Heap, Fault::None, 1},
         {"heap for ever", Heap, Fault::None, FailingCall::kForEver},
         {"heap for ever, and the player's memory", Heap, Fault::Empty, FailingCall::kForEver},
@@ -68,27 +64,27 @@ TEST(Failures, OfEveryCallEndInADocumentedResult) {
         ASSERT_TRUE(honest.Start());
         const std::vector<Unit> expected = honest.Deliver();
         honest.Close();
-        for (const Way& way : ways) {
+        for (const auto& [name, failing, fault, count] : ways) {
             bool met = true;
             for (uint32_t n = 0; met; n += SweepStep(), failures += met) {
-                SCOPED_TRACE(std::string(way.name) + ' ' + std::to_string(n));
+                SCOPED_TRACE(std::string(name) + ' ' + std::to_string(n));
                 FailingCall heap, system;
                 heapCalls = &heap;
                 systemCalls = &system;
                 Session session(content);
-                session.file.fault = way.fault;
+                session.file.fault = fault;
                 FailingCall& victim =
-                    *std::array{&heap, &system, &session.memory.failing, &session.file.failing}[way.victim];
+                    *std::array{&heap, &system, &session.memory.failing, &session.file.failing}[failing];
                 victim.first = n;
-                if (way.victim == Heap && way.fault == Fault::Empty)
+                if (failing == Heap && fault == Fault::Empty)
                     session.memory.failing.first = 0;
-                victim.count = way.count;
+                victim.count = count;
                 session.Exercise();
-                if (way.victim == Read && session.demux && KivMp4Rewind(session.demux) == 0) {
+                if (failing == Read && session.demux && KivMp4Rewind(session.demux) == 0) {
                     const std::vector<Unit> units = session.Deliver();
                     for (size_t i = 0; i < units.size(); i++)
                         EXPECT_TRUE(units[i].bytes == expected.at(i).bytes) << "wrong bytes";
-                    EXPECT_TRUE(way.fault != Fault::Empty || session.result == 1);
+                    EXPECT_TRUE(fault != Fault::Empty || session.result == 1);
                 }
                 session.Close();
                 met = victim.calls > n;
@@ -103,13 +99,7 @@ TEST(Failures, OfEveryCallEndInADocumentedResult) {
 TEST(Failures, OfAPlayerThatTakesItsWordBack) {
     const Bytes content = Files()[0];
     const auto size = static_cast<int64_t>(content.size());
-    struct Case {
-        const char* name;
-        int64_t firstSize;
-        uint32_t asks;
-        bool opens;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, int64_t, uint32_t, bool> cases[] = {
         {"never known", 0, FailingCall::kForEver, false},
         {"known late", 0, 20, true},
         {"negative at first", -size, 20, true},
@@ -118,13 +108,13 @@ TEST(Failures, OfAPlayerThatTakesItsWordBack) {
         {"shrinks", size + 5000, 1, false},
         {"endless", std::numeric_limits<int64_t>::max(), 1, false},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, firstSize, asks, opens] : cases) {
+        SCOPED_TRACE(name);
         Session session(content);
-        session.file.firstSize = c.firstSize;
-        session.file.firstAsks = c.asks;
+        session.file.firstSize = firstSize;
+        session.file.firstAsks = asks;
         session.file.delaySeed = 1;
-        EXPECT_TRUE(session.Open() == 0 || !c.opens);
+        EXPECT_TRUE(session.Open() == 0 || !opens);
         session.Exercise();
     }
     Session endless(content);

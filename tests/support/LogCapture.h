@@ -29,13 +29,6 @@ public:
             text.append(part, static_cast<size_t>(got));
         return text;
     }
-    int Count(const std::string& part) const {
-        const std::string text = Text();
-        int count = 0;
-        for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size())
-            count++;
-        return count;
-    }
     bool Has(const std::string& part) const { return Text().find(part) != std::string::npos; }
 
 private:

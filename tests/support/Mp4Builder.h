@@ -51,7 +51,7 @@ inline Bytes Hex(std::string_view digits) {
     return out;
 }
 
-/// Each part, behind its length where `lengthSize` is not 0.
+/// Each part, after its length where `lengthSize` is not 0.
 inline Bytes Prefixed(int lengthSize, const std::vector<Bytes>& parts) {
     Put out;
     for (const Bytes& part : parts)
@@ -60,7 +60,7 @@ inline Bytes Prefixed(int lengthSize, const std::vector<Bytes>& parts) {
 }
 inline Bytes Join(const std::vector<Bytes>& parts) { return Prefixed(0, parts); }
 
-/// What delivery makes of a sample's NAL units: each one behind 00 00 00 01.
+/// What delivery makes of a sample's NAL units: each one after 00 00 00 01.
 inline Bytes Started(const std::vector<Bytes>& nals) {
     Put out;
     for (const Bytes& nal : nals)
@@ -79,14 +79,14 @@ inline Bytes Nal(size_t size, uint32_t seed = 1) {
 inline Bytes Box(std::string_view type, const Bytes& content) {
     return Put().U32(content.size() + 8).Text(type).Raw(content);
 }
-/// The same with its size in 64 bits behind a size field of 1.
+/// The same with its size in 64 bits after a size field of 1.
 inline Bytes Box64(std::string_view type, const Bytes& content) {
     return Put().U32(1).Text(type).U64(content.size() + 16).Raw(content);
 }
 inline Bytes FullBox(std::string_view type, const Bytes& content, uint8_t version = 0, uint32_t flags = 0) {
     return Box(type, Put().U8(version).U24(flags).Raw(content));
 }
-/// A box of 32-bit words behind version and flags: tables and headers, honest and forged.
+/// A box of 32-bit words after version and flags: tables and headers, honest and forged.
 inline Bytes Words(std::string_view type, const Numbers& words, uint8_t version = 0) {
     return FullBox(type, Put().Each(words, 4), version);
 }
@@ -158,7 +158,8 @@ struct Track {
             Join({replace.Pick("stsd", Stsd({entry})), replace.Pick("stts", Words("stts", {1, count, delta})),
                   replace.Pick("ctts", {}), replace.Pick("stss", {}), replace.Pick("stsz", Words("stsz", sizes)),
                   replace.Pick("stsc", Words("stsc", map)), replace.Pick("stco", offsets)});
-        const Bytes minf = Box("minf", Join({Box("dinf", {}), replace.Pick("stbl", Box("stbl", stbl))}));
+        const Bytes minf =
+            Box("minf", Join({replace.Pick("dinf", Box("dinf", {})), replace.Pick("stbl", Box("stbl", stbl))}));
         const Bytes mdhd = Words("mdhd", {0, 0, timescale, 0, 0x55C40000});  // language "und"
         const Bytes mdia = Box("mdia", Join({replace.Pick("mdhd", mdhd), replace.Pick("minf", minf)}));
         const Bytes tkhd = FullBox("tkhd", Bytes(80), 0, 1);
@@ -190,7 +191,7 @@ struct Movie {
     bool moovLast = false, wide = false;  // wide: chunk offsets of 64 bits
     Bytes (*mdatBox)(std::string_view type, const Bytes& content) = Box;
     Replace replace = {};
-    Bytes front = {}, back = {};  // boxes before and behind all others
+    Bytes front = {}, back = {};  // boxes before and after all others
 
     Bytes Moov(const std::vector<std::vector<uint64_t>>& chunks) const {
         Put content;

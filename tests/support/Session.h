@@ -113,7 +113,7 @@ public:
         const auto intact = [](uint8_t byte) { return byte == kCanary; };
         const auto at = [&](size_t offset) { return block.begin() + static_cast<std::ptrdiff_t>(offset); };
         EXPECT_TRUE(std::all_of(block.begin(), at(heap), intact)) << "write in front of the heap block";
-        EXPECT_TRUE(std::all_of(at(heap + capacity), block.end(), intact)) << "write behind the heap block";
+        EXPECT_TRUE(std::all_of(at(heap + capacity), block.end(), intact)) << "write past the heap block";
     }
 
 private:

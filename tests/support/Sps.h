@@ -86,20 +86,10 @@ private:
             bits.U(1001, 32).U(60000, 32).U(1, 1);
         for (const bool hrd : {nalHrd, vclHrd}) {
             bits.U(hrd, 1);
-            if (hrd)
-                bits.Ue(1)
-                    .U(4, 4)
-                    .U(6, 4)
-                    .Ue(1000)
-                    .Ue(2000)
-                    .U(1, 1)
-                    .Ue(70000)
-                    .Ue(9)
-                    .U(0, 1)
-                    .U(23, 5)
-                    .U(23, 5)
-                    .U(23, 5)
-                    .U(24, 5);
+            if (hrd) {
+                bits.Ue(1).U(4, 4).U(6, 4).Ue(1000).Ue(2000).U(1, 1).Ue(70000).Ue(9).U(0, 1);
+                bits.U(23, 5).U(23, 5).U(23, 5).U(24, 5);
+            }
         }
         bits.U(0, nalHrd || vclHrd).U(1, 1).U(buffering.has_value(), 1);
         if (buffering)
