@@ -61,6 +61,14 @@ def test_the_library_is_found_and_must_fit(clips, tmp_path):
         name = f"libkivmp4.so.{version}"
         shutil.copy(LIBRARY, tmp_path / name)
         assert answer in python(show, **path, KIVMP4_LIBRARY=str(tmp_path / name)), name
+    newer = tmp_path / "newer"  # a module that an older library does not fit
+    newer.mkdir()
+    text = (tmp_path / "kivmp4.py").read_text().replace(f'__version__ = "{OWN}"', f'__version__ = "{MAJOR}.98.0"')
+    (newer / "kivmp4.py").write_text(text)
+    answers = {OWN: f"is version {OWN} of the library, but this module needs {MAJOR}.98.0", later: f"{later} 433"}
+    for version, answer in answers.items():
+        library = str(tmp_path / f"libkivmp4.so.{version}")
+        assert answer in python(show, PYTHONPATH=str(newer), KIVMP4_LIBRARY=library), version
     (tmp_path / f"libkivmp4.so.{MAJOR}").symlink_to(f"libkivmp4.so.{later}")
     assert python(show, **path) == f"{later} 433"  # beside the module
 
