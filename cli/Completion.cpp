@@ -36,11 +36,10 @@ std::string Names(const std::vector<Word>& words) {
 }
 
 // Quotes for a shell: ' within '...'.
-std::string Quoted(const std::string& text) {
-    std::string quoted = "'";
-    for (const char c : text)
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
+std::string Quoted(std::string text) {
+    for (size_t at = 0; (at = text.find('\'', at)) != std::string::npos; at += 4)
+        text.replace(at, 1, "'\\''");
+    return fmt::format("'{}'", text);
 }
 
 std::string Bash(const CLI::App& app, const std::vector<const CLI::App*>& commands) {
