@@ -76,7 +76,7 @@ std::string ZshOptions(const CLI::App& app) {
         std::string description = word.description;
         for (const char c : {'[', ']', ':'}) {
             for (size_t at = 0; (at = description.find(c, at)) != std::string::npos; at += 2)
-                description.insert(at, "\\");
+                description.insert(at, 1, '\\');
         }
         lines += " " + Quoted(fmt::format("{}[{}]{}", word.name, description, word.takesValue ? ":value:_files" : ""));
     }
