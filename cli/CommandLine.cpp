@@ -43,6 +43,9 @@ const std::map<std::string, std::string> kExamples = {
     {"check", "  kivmp4 check *.mp4\n  kivmp4 check film.mp4 --deep --strict\n  kivmp4 check --list-rules\n"},
     {"hash", "  kivmp4 hash clip.mp4\n  kivmp4 hash clip.mp4 --algorithm crc32 --per-unit\n"},
     {"diff", "  kivmp4 diff before.mp4 after.mp4\n  kivmp4 diff before.mp4 after.mp4 --payload\n"},
+    {"trace",
+     "  kivmp4 trace film.mp4 --latency 1 --bandwidth 20     on a memory card\n"
+     "  kivmp4 trace film.mp4 --seeks 3 --reads              each read of three seeks\n"},
     {"completion", "  kivmp4 completion bash > ~/.local/share/bash-completion/completions/kivmp4\n"},
 };
 
@@ -97,6 +100,7 @@ public:
         AddCheck();
         AddHash();
         AddDiff();
+        AddTrace();
         AddCompletion();
         AddHelp();
         app.footer(
@@ -281,6 +285,29 @@ private:
         command->add_option("B", arguments->second, "MP4 file to compare it with")->required();
         auto* times = command->add_flag("--times", arguments->onlyTimes, "compare times and key frames only");
         command->add_flag("--payload", arguments->onlyPayload, "compare bytes only")->excludes(times);
+    }
+
+    void AddTrace() {
+        std::shared_ptr<TraceArguments> arguments;
+        CLI::App* command =
+            Add("trace", "Tell what a player's reads look like, and how long it waits", Trace, arguments);
+        AddFile(command, arguments->file);
+        const auto number = CLI::NonNegativeNumber.description("");
+        command->add_option("--play", arguments->play, "play so many seconds of the film")
+            ->check(number)
+            ->type_name("SECONDS");
+        command->add_option("--seeks", arguments->seeks, "seek to N times, spread evenly")
+            ->check(number)
+            ->type_name("N");
+        command->add_flag("--trick", arguments->trick, "wind: ten steps from key frame to key frame");
+        command->add_option("--latency", arguments->latency, "what the device takes for each request")
+            ->check(number)
+            ->type_name("MS");
+        command->add_option("--bandwidth", arguments->bandwidth, "at which it sends")->check(number)->type_name("MB/S");
+        command->add_option("--decode", arguments->decode, "at which the decoder takes units (default: at once)")
+            ->check(number)
+            ->type_name("MB/S");
+        command->add_flag("--reads", arguments->reads, "each read too");
     }
 
     void AddCompletion() {

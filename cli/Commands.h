@@ -93,6 +93,18 @@ struct CheckArguments {
 /// Finds what is wrong with files.
 ExitCode Check(const Settings& settings, const CheckArguments& arguments, Output& out);
 
+struct TraceArguments {
+    std::string file = {};
+    std::optional<double> play = {};     // seconds of the film
+    std::optional<uint32_t> seeks = {};  // how many
+    bool trick = false;                  // wind by key frames
+    double latency = 0, bandwidth = 0;   // of the device: milliseconds a request, MB a second
+    double decode = 0;                   // MB a second that the decoder takes
+    bool reads = false;                  // list each read
+};
+/// Tells what a player's `read` sees, and how long the player waits.
+ExitCode Trace(const Settings& settings, const TraceArguments& arguments, Output& out);
+
 /// Prints a failure: on standard error, and for programs to `out`.
 void Tell(const Settings& settings, const Failure& failure, Output& out);
 

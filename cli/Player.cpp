@@ -157,7 +157,8 @@ void Player::CannotOpen() {
     // The library does not tell a full heap from a bad file; with more room it shows which one it was.
     if (Open(kAmpleHeap))
         throw source.Refuse(kLimit, "the library's heap of " + FormatBytes(heapSize) + " is full", "--heap gives more");
-    throw source.Refuse(kNotUsable, "no track has a description that can be used", "-vv shows what the library refuses");
+    throw source.Refuse(kNotUsable, "no track has a description that can be used",
+                        "-vv shows what the library refuses");
 }
 
 std::vector<uint32_t> Player::Enable(const std::vector<uint32_t>& only) {

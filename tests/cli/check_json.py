@@ -68,6 +68,7 @@ def check_documents(demo):
         (["hash", demo, "--algorithm", "md5"], 0, 1), (["hash", odd, "--per-unit"], 0, 1),
         (["diff", demo, "languages.mp4"], 0, 1), (["diff", demo, demo], 0, 1), (["check", demo, "absent"], 3, 1),
         (["check", "cut.mp4", "--deep"], 1, 1), (["check", "--list-rules"], 0, 1),
+        (["trace", demo, "--latency", "1"], 0, 1), (["trace", odd, "--seeks", "1"], 0, 1),
         (["boxes", "cut.mp4", "--entries", "3", "--hex"], 0, 1), (["boxes", odd, "--path", "moov/*"], 0, 1),
     ]:
         if not checksums and {"hash", "--hash"} & set(arguments):
@@ -91,6 +92,30 @@ def check_documents(demo):
                 or abs(ours["dts_time"] - float(theirs["dts_time"])) > 2e-5):
             failures.append(f"packets: {ours}, and {theirs} by ffprobe")
             break
+
+
+def check_trace():
+    """What is recorded is what was read, and nobody waits less than the device takes."""
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-f", "lavfi", "-i",
+                    "testsrc2=size=640x480:rate=25:duration=4,noise=alls=60:allf=t", "-c:v", "libx264", "-preset",
+                    "ultrafast", "-b:v", "4M", "-g", "25", "-movflags", "faststart", "large.mp4"], check=True)
+    done = subprocess.run([*command, "--json", "--stats", "trace", "large.mp4", "--latency", "5", "--bandwidth", "4"],
+                          capture_output=True, check=True)
+    trace = json.loads(done.stdout)
+    phases = {phase["phase"]: phase for phase in trace["phases"]}
+    counted = re.search(rb"(\d+) reads, (\d+) bytes", done.stderr)
+    recorded = len(trace["reads"]), sum(read["size"] for read in trace["reads"])
+    by_phase = sum(phase["reads"] for phase in phases.values()), sum(phase["bytes"] for phase in phases.values())
+    # The library's thread may read once more before it ends.
+    if by_phase != recorded or not 0 <= int(counted[1]) - recorded[0] <= 1:
+        failures.append(f"trace: {recorded} recorded, {by_phase} in phases, {counted[0]} counted")
+    if any(read["took"] < 0.005 + read["size"] / 4e6 for read in trace["reads"]):
+        failures.append("trace: a read is faster than the device")
+    if phases["seek"]["longest_wait"] < 0.02 or not 4 <= phases["seek"]["jumps"] <= 6 or phases["wind"]["raw"] < 3:
+        failures.append(f"trace: {phases}")
+    units = sum(unit["size"] for unit in next(documents(run("--json", "packets", "large.mp4")))["packets"])
+    if phases["play"]["delivered"] != units:
+        failures.append(f"trace: {phases['play']['delivered']} bytes delivered instead of {units}")
 
 
 def commands():
@@ -154,6 +179,7 @@ def main():
     with tempfile.TemporaryDirectory() as directory:
         os.chdir(directory)
         check_documents(demo)
+        check_trace()
         check_manual()
         check_completion()
         check_interrupt(demo)
