@@ -1,6 +1,7 @@
 // Playing, seeking and winding with the module's functions.
 #include "Demuxer.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 #include <utility>
@@ -11,7 +12,8 @@ namespace {
 constexpr size_t kHeapSize = 16 << 20;  // room for two blocks of the largest unit
 constexpr int64_t kSecond = KIVMP4_TICKS_PER_SECOND;
 constexpr std::chrono::milliseconds kStepTime(125);  // between two pictures of winding
-constexpr int64_t kStepTicks = kSecond / 8;          // the same in ticks
+constexpr std::chrono::milliseconds kLongestStep(500);
+constexpr int64_t kStepTicks = kSecond / 8;  // kStepTime in ticks
 constexpr int64_t kFromStart = std::numeric_limits<int64_t>::min();
 
 // malloc is aligned for more than the 8 bytes that are asked for at most.
@@ -149,8 +151,10 @@ void Demuxer::WindOn() {
         Deliver(Stream::Picture, true);
     if (!found)
         DeliverEnd();
+    // Key frames that lie far apart are shown for longer, as the speed has it, but not so long that winding seems to stand.
+    const std::chrono::milliseconds due(std::abs(unit.pts - windFrom) * 1000 / kSecond / speed);
+    nextStep = std::chrono::steady_clock::now() + std::clamp(due, kStepTime, kLongestStep);
     windFrom = unit.pts;
-    nextStep = std::chrono::steady_clock::now() + kStepTime;
 }
 
 // Fetches the next key frame in `direction`. @return false when there is none

@@ -11,9 +11,9 @@ constexpr size_t kEnoughPackets = 64;    // of each stream: between one and thre
 
 }  // namespace
 
-uint32_t Exchange::Send(Command command) {
+void Exchange::Send(const Command& command) {
     const std::lock_guard lock(mutex);
-    command.serial = ++serial;
+    serial = command.serial;
     for (Queue* queue : {&pictures, &sounds})
         queue->packets.clear();
     bytes = 0;
@@ -23,7 +23,6 @@ uint32_t Exchange::Send(Command command) {
     else
         commands.push_back(command);
     changed.notify_all();
-    return serial;
 }
 
 bool Exchange::Wait(Command& command, Need need, TimePoint until) {

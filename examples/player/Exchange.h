@@ -26,7 +26,7 @@ struct Command {
     int64_t time = 0;
     int direction = 0;
     int speed = 0;
-    uint32_t serial = 0;  // given by Exchange::Send
+    uint32_t serial = 0;  ///< marks all that comes of the command; above those of all earlier commands
 };
 
 enum class Stream { Picture, Sound };
@@ -50,9 +50,9 @@ public:
         Taken     ///< the last picture has been taken and `until` is past
     };
 
-    /// Any thread. Packets read under earlier commands are gone when it returns. A seek replaces one that still waits.
-    /// @return the serial that marks all that comes of this command
-    uint32_t Send(Command command);
+    /// The window's thread. Packets read under earlier commands are gone when it returns, and the first of this one may
+    /// be with the decoders: who expects them must know the serial before. A seek replaces one that still waits.
+    void Send(const Command& command);
     /// The demux thread. @return true with a command, false when there is none and `need` is met
     bool Wait(Command& command, Need need, TimePoint until = {});
     /// The demux thread. Drops the packet when a command has come since it was read, or nobody takes the stream.

@@ -21,7 +21,7 @@ Player::Player(const Options& chosen)
 // Ends the threads: first what they wait for, then themselves by their objects' destructors.
 Player::~Player() {
     device.Abort();
-    exchange.Send({Command::Finish});
+    exchange.Send({Command::Finish, 0, 0, 0, serial + 1});
 }
 
 int Player::Run() {
@@ -130,9 +130,10 @@ void Player::Send(Command::Kind kind, int direction) {
     begun = pictureOver = stalled = false;
     sent = SDL_GetTicks64();
     clock.Hold(position);
-    serial = exchange.Send({kind, ticks, direction, std::abs(wind)});
+    ++serial;
     if (sound)
-        sound->Begin(serial);
+        sound->Begin(serial);  // before anything of this serial can come
+    exchange.Send({kind, ticks, direction, std::abs(wind), serial});
     if (!pictures) {
         begun = true;
         sound->Start(position);

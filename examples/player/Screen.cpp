@@ -166,7 +166,7 @@ void Screen::DrawState(const View& view) {
         DrawText(text, x + kSize + 8, y + (kSize - kTextHeight) / 2);
     } else if (view.waiting) {
         for (int dot = 0; dot < 3; ++dot)
-            DrawDisc(x + 2 + dot * 8, y + kSize / 2, 2);
+            DrawDisc(x + 3 + dot * 10, y + kSize / 2, 3);
     } else if (view.paused) {
         for (const int offset : {1, 9}) {
             const SDL_Rect stroke{x + offset, y, 5, kSize};
