@@ -149,6 +149,10 @@ void Sound::Play(void* context, uint8_t* stream, int size) {
     if (sound.queued == 0 && (sound.ended || full)) {
         sound.starved = false;
         sound.clock.Run();
+        if (!sound.ended) {  // sound that comes yet has to find the place that the pictures have reached
+            sound.startTime = sound.clock.Now();
+            sound.aligned = false;
+        }
         return;
     }
     if (!sound.IsReady()) {
@@ -188,14 +192,7 @@ void Sound::Align() {
             return;
         }
         const size_t here = chunks.front().samples.size() / kChannels - used;
-        const size_t drop = std::min(here, static_cast<size_t>(std::ceil(early * kRate)));
-        used += drop;
-        queued -= drop;
-        if (drop == here) {
-            chunks.pop_front();
-            used = 0;
-        }
-        room.notify_all();
+        Use(std::min(here, static_cast<size_t>(std::ceil(early * kRate))));
     }
 }
 
@@ -209,15 +206,20 @@ int Sound::Copy(float* output, int frames) {
         const size_t here = chunk.samples.size() / kChannels - used, count = std::min(here, wanted - done);
         std::copy_n(chunk.samples.data() + used * kChannels, count * kChannels, output + done * kChannels);
         done += count;
-        used += count;
-        queued -= count;
-        if (count == here) {
-            chunks.pop_front();
-            used = 0;
-        }
+        Use(count);
+    }
+    return static_cast<int>(done);
+}
+
+// Takes samples out of the first chunk, which has at least as many.
+void Sound::Use(size_t count) {
+    used += count;
+    queued -= count;
+    if (used == chunks.front().samples.size() / kChannels) {
+        chunks.pop_front();
+        used = 0;
     }
     room.notify_all();
-    return static_cast<int>(done);
 }
 
 }  // namespace player

@@ -56,6 +56,7 @@ private:
     bool IsReady();
     void Align();
     int Copy(float* output, int frames);
+    void Use(size_t count);
 
     Exchange& exchange;
     Clock& clock;

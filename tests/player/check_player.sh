@@ -76,7 +76,7 @@ play dark 4 dark.m4a --start 10 --press "1:right 1.1:left 1.2:left" &
 wait
 check device "position > 20.5 && position < 24 && stalls == 0 && drift < 80"
 check slower "position < 3 && shown < 80"
-check visual "position > 3.9 && shown + dropped > 30 && seconds > 0.5"
+check visual "position > 3.9 && shown + dropped > 25 && samples > 0"
 check silent "shown + dropped == 100 && samples == 0 && position > 3.9"
 check dark "shown == 0 && seconds > 2 && seconds < 4.5 && position > 0.5 && position < 4"
 
