@@ -242,6 +242,7 @@ void Demuxer::DeliverEnd() {
     mode = Mode::Resting;
     for (const Stream stream : {Stream::Picture, Stream::Sound}) {
         Packet packet;
+        packet.showFrom = showFrom;  // for what the decoders still hold
         packet.serial = serial;
         packet.end = true;
         exchange.Push(stream, std::move(packet));

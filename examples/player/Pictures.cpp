@@ -40,7 +40,7 @@ void Pictures::Run(const CodecInfo& info) {
             const double time = Seconds(frame->pts), duration = Seconds(frame->pkt_duration);
             const bool before = frame->pts + frame->pkt_duration <= packet.showFrom;
             Picture picture{std::move(frame), time, duration, serial, packet.still};
-            if (before && !packet.end) {
+            if (before) {
                 passed = std::move(picture);
             } else {
                 passed = {};

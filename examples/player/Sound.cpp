@@ -90,7 +90,7 @@ void Sound::Run(const CodecInfo& info) {
         }
         decoder.Decode(packet, [&](Frame frame) {
             const double time = static_cast<double>(frame->pts) / KIVMP4_TICKS_PER_SECOND;
-            if (frame->pts + frame->pkt_duration > packet.showFrom || packet.end)
+            if (frame->pts + frame->pkt_duration > packet.showFrom)
                 Push(serial, {Convert(*frame), time});
         });
         if (packet.end)

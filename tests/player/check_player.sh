@@ -71,13 +71,18 @@ check last "position > 19.9 && position < 20.1"
 play device 4 long.mp4 --latency 1 --bandwidth 20 --press "1:@0.5" &
 play slower 5 long.mp4 --latency 300 --bandwidth 0.02 &
 play visual 20 visual.mp4 --press "1:@0.75" &
-play silent 20 silent.mp4 &
+play silent 20 silent.mp4 --press "1:f 3:space" &
+play again 9 visual.mp4 --start 3 --press "3:space" &
+# From the last key frame before the place, not from the start: the whole file would take longer than there is time.
+play late 9 long.mp4 --start 39.99 --bandwidth 0.15 --press "4:@0.9 4.1:space" &
 play dark 4 dark.m4a --start 10 --press "1:right 1.1:left 1.2:left" &
 wait
 check device "position > 20.5 && position < 24 && stalls == 0 && drift < 80"
 check slower "position < 3 && shown < 80"
 check visual "position > 3.9 && shown + dropped > 25 && samples > 0"
-check silent "shown + dropped == 100 && samples == 0 && position > 3.9"
+check late "shown == 2 && position > 35.8 && position < 36.2"
+check again "shown + dropped > 100 && position > 3.9"
+check silent "shown + dropped > 50 && shown + dropped < 99 && samples == 0 && position > 3.9"
 check dark "shown == 0 && seconds > 2 && seconds < 4.5 && position > 0.5 && position < 4"
 
 for arguments in "1 garbage.mp4" "1 absent.mp4" "2 --nonsense 1 ten.mp4" "2 --start x ten.mp4" "2" "1 --headless 1 --press 1:nokey ten.mp4"; do
