@@ -49,7 +49,7 @@ void Pictures::Run(const CodecInfo& info) {
         });
         if (packet.end) {
             if (passed.frame)
-                Push(std::move(passed));
+                Push(std::exchange(passed, {}));
             Push({nullptr, 0, 0, serial, false});
         }
     }
