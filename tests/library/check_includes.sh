@@ -1,6 +1,6 @@
 #!/bin/sh
 # Usage: check_includes.sh SOURCE
-# Includes run one way: api - container - io, codec - support - platform. The command, the benchmarks and the example see
+# Includes run one way: api - container - io, codec - support - platform. The command, the benchmarks and the examples see
 # the public header only, and no header or source includes itself by way of others.
 set -eu
 cd "$1"
