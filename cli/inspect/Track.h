@@ -78,7 +78,7 @@ struct Track {
     Table stts, ctts, stss, stsz, stsc, stco, elst;
     uint32_t constantSize = 0;  // of stsz, 0 when each sample has its own
     uint32_t sampleCount = 0;   // of stsz; never more than its table holds, or than one past what fits the file
-    bool limited = false;            // there are more samples than are looked at: the last ones are left out
+    bool limited = false;       // there are more samples than are looked at: the last ones are left out
     /// Why the module does not list this track, or nothing. Listed tracks are numbered from 0 in the order of the file.
     std::string refusal = {};
     /// Why the module lists the track, but can neither describe nor deliver it; or nothing.

@@ -73,7 +73,7 @@ private:
     int64_t Size() const { return static_cast<int64_t>(bytes.size()) + holeSize; }
     void Copy(uint8_t* destination, int64_t offset, uint32_t size) const {
         if (holeSize == 0) {
-            std::copy_n(bytes.begin() + offset, size, destination);
+            std::copy_n(bytes.data() + offset, size, destination);
             return;
         }
         for (uint32_t i = 0; i < size; i++) {
