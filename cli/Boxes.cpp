@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Commands.h"
+#include "Json.h"
 #include "Source.h"
 #include "Text.h"
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Json.h"
+#include "JsonType.h"
 #include "inspect/Movie.h"
 
 namespace kivmp4::cli {

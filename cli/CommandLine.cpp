@@ -43,6 +43,7 @@ const std::map<std::string, std::string> kExamples = {
     {"check", "  kivmp4 check *.mp4\n  kivmp4 check film.mp4 --deep --strict\n  kivmp4 check --list-rules\n"},
     {"hash", "  kivmp4 hash clip.mp4\n  kivmp4 hash clip.mp4 --algorithm crc32 --per-unit\n"},
     {"diff", "  kivmp4 diff before.mp4 after.mp4\n  kivmp4 diff before.mp4 after.mp4 --payload\n"},
+    {"sheet", "  kivmp4 sheet film.mp4 -o film.png\n  kivmp4 sheet film.mp4 -o - --columns 6 --every 1:00 | display\n"},
     {"trace",
      "  kivmp4 trace film.mp4 --latency 1 --bandwidth 20     on a memory card\n"
      "  kivmp4 trace film.mp4 --seeks 3 --reads              each read of three seeks\n"},
@@ -100,6 +101,7 @@ public:
         AddCheck();
         AddHash();
         AddDiff();
+        AddSheet();
         AddTrace();
         AddCompletion();
         AddHelp();
@@ -285,6 +287,27 @@ private:
         command->add_option("B", arguments->second, "MP4 file to compare it with")->required();
         auto* times = command->add_flag("--times", arguments->onlyTimes, "compare times and key frames only");
         command->add_flag("--payload", arguments->onlyPayload, "compare bytes only")->excludes(times);
+    }
+
+    void AddSheet() {
+        std::shared_ptr<SheetArguments> arguments;
+        CLI::App* command = Add("sheet", "Draw a contact sheet of key frames", Sheet, arguments);
+        AddFile(command, arguments->file);
+        command->add_option("-o,--output", arguments->output, "PNG file, - for standard output")
+            ->required()
+            ->type_name("OUT");
+        const auto range = [](uint32_t most) { return CLI::Range(1u, most).description(""); };
+        command->add_option("--columns", arguments->columns, "pictures in a row (default: 4)")
+            ->check(range(100))
+            ->type_name("N");
+        command->add_option("--width", arguments->width, "of a picture, pixels (default: 320)")
+            ->check(range(4096))
+            ->type_name("N");
+        command->add_option("--max", arguments->max, "pictures at most (default: 24)")
+            ->check(range(10000))
+            ->type_name("N");
+        AddTime(command, "--every", arguments->every, "so far apart at least");
+        command->add_flag("--force", arguments->force, "replace a file that exists");
     }
 
     void AddTrace() {

@@ -105,6 +105,18 @@ struct TraceArguments {
 /// Tells what a player's `read` sees, and how long the player waits.
 ExitCode Trace(const Settings& settings, const TraceArguments& arguments, Output& out);
 
+struct SheetArguments {
+    std::string file = {};
+    std::string output = {};
+    uint32_t columns = 4;
+    uint32_t width = 320;                    // of a picture, pixels
+    uint32_t max = 24;                       // pictures
+    std::optional<TimeArgument> every = {};  // pictures lie at least so far apart
+    bool force = false;                      // replace the output
+};
+/// Draws a contact sheet of key frames.
+ExitCode Sheet(const Settings& settings, const SheetArguments& arguments, Output& out);
+
 /// Prints a failure: on standard error, and for programs to `out`.
 void Tell(const Settings& settings, const Failure& failure, Output& out);
 

@@ -9,6 +9,7 @@
 #include "Commands.h"
 #include "Json.h"
 #include "Player.h"
+#include "Preamble.h"
 #include "Progress.h"
 #include "Text.h"
 #include "inspect/Facts.h"
@@ -23,23 +24,6 @@ const char* FormatOf(const CodecInfo& info, const std::string& format) {
     if (info.kind == KIVMP4_KIND_VIDEO)
         return info.subtype == KIVMP4_VIDEO_H264 ? "h264" : "m4v";
     return info.subtype == KIVMP4_AUDIO_AAC ? "aac" : "raw";
-}
-
-/// H.264's parameter sets, with start codes as the library writes them, or the configuration of MPEG-4 visual: what a decoder needs first.
-std::string Preamble(const CodecInfo& info, const inspect::Track* track) {
-    if (info.kind != KIVMP4_KIND_VIDEO)
-        return {};
-    std::string bytes;
-    const inspect::SampleEntry* entry = track ? track->Entry() : nullptr;
-    if (info.subtype != KIVMP4_VIDEO_H264)
-        return std::string(info.config, info.config + info.configSize);
-    if (!entry)
-        return {};
-    for (const inspect::Bytes& set : entry->sps)
-        bytes.append({0, 0, 1}).append(set.begin(), set.end());
-    for (const inspect::Bytes& set : entry->pps)
-        bytes.append({0, 0, 0, 1}).append(set.begin(), set.end());
-    return bytes;
 }
 
 /// One track's output and what was written to it.

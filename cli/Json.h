@@ -7,9 +7,9 @@
 #include <string>
 #include <string_view>
 
-namespace kivmp4::cli {
+#include "JsonType.h"
 
-using Json = nlohmann::ordered_json;
+namespace kivmp4::cli {
 
 /// The document with two blanks a level and an end of line. Bytes that are not UTF-8 become U+FFFD.
 std::string Dump(const Json& json);

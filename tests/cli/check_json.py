@@ -118,6 +118,47 @@ def check_trace():
         failures.append(f"trace: {phases['play']['delivered']} bytes delivered instead of {units}")
 
 
+def pixel(sheet, width, x, y):
+    at = 3 * (y * width + x)
+    return tuple(sheet[at:at + 3])
+
+
+def check_sheet():
+    """Colours of a second each stand at their places, turned as the track says; what cannot be decoded is marked."""
+    colours = {"red": (254, 0, 0), "lime": (0, 255, 1), "blue": (0, 0, 254)}
+    sources = [part for name in colours for part in ("-f", "lavfi", "-i", f"color={name}:size=64x32:rate=5:duration=1")]
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", *sources, "-filter_complex", "concat=n=3", "-c:v", "libx264",
+                    "-g", "5", "-keyint_min", "5", "colours.mp4"], check=True)
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", "colours.mp4", "-c", "copy", "-metadata:s:v", "rotate=90",
+                    "upright.mp4"], check=True)
+    if subprocess.run([*command, "sheet", "colours.mp4", "-o", "probe.png"], capture_output=True).returncode == 8:
+        return  # this build has none
+    second = next(documents(run("--json", "keys", "colours.mp4")))["keys"][1]
+    damaged = bytearray(pathlib.Path("colours.mp4").read_bytes())
+    damaged[second["pos"] + 4:second["pos"] + second["gop_bytes"]] = bytes(second["gop_bytes"] - 4)
+    pathlib.Path("damaged.mp4").write_bytes(damaged)
+    gap, (caption, title, space) = (51, 51, 53), (22, 34, 10)
+    for clip, arguments, width, height, wanted in [
+        ("colours.mp4", ["--width", "64"], 64, 32, list(colours.values())),
+        ("colours.mp4", ["--width", "40", "--columns", "2", "--every", "1.5"], 40, 20, [(254, 0, 0), (0, 0, 254)]),
+        ("colours.mp4", ["--width", "64", "--max", "1"], 64, 32, [(254, 0, 0)]),
+        ("upright.mp4", ["--width", "64"], 64, 128, list(colours.values())),
+        ("damaged.mp4", ["--width", "64"], 64, 32, [(254, 0, 0), gap, (0, 0, 254)]),
+    ]:
+        run("sheet", clip, *arguments, "-o", "sheet.png", "--force")
+        sheet = subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", "sheet.png", "-f", "rawvideo", "-pix_fmt",
+                                "rgb24", "-"], capture_output=True, check=True).stdout
+        whole = space + len(wanted) * (width + space)
+        if len(sheet) != 3 * whole * (title + height + caption + space):
+            failures.append(f"sheet of {clip} {arguments}: {len(sheet) // 3 // whole} lines of {whole}")
+            continue
+        for place, colour in enumerate(wanted):
+            got = pixel(sheet, whole, space + place * (width + space) + width // 4, title + height // 2)
+            if max(abs(a - b) for a, b in zip(got, colour)) > 6:
+                failures.append(f"sheet of {clip} {arguments}: picture {place} is {got} instead of {colour}")
+    run("sheet", "colours.mp4", "-o", "sheet.png", code=6)
+
+
 def commands():
     return re.findall(r"^  (\w+) ", run("help").split("Subcommands:")[1], re.M)
 
@@ -180,6 +221,7 @@ def main():
         os.chdir(directory)
         check_documents(demo)
         check_trace()
+        check_sheet()
         check_manual()
         check_completion()
         check_interrupt(demo)

@@ -2,6 +2,7 @@
 #include "cli/inspectAgreement.h"
 
 #include "Boxes.h"
+#include "Json.h"
 
 #include <cstdlib>
 #include <fstream>
