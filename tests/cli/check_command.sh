@@ -121,6 +121,9 @@ expect 6 "is the file to read from" extract track0.h264 -o . --force
 expect 2 "cannot be written as aac" extract "$demo" --video --format aac -o x
 expect 0 "from 0:02.080 to 0:04.080" extract "$demo" --video --from 2.5 --to 3.5 -o part.h264
 same "pictures of a part" "$(ff -xerror -i part.h264 -f framemd5 - | grep -c '^0')" 50
+ff -f lavfi -i testsrc2=size=64x64:rate=10:duration=2 -c:v mpeg4 -g 5 visual.mp4
+expect 0 "15 units" extract visual.mp4 --video --from 0.7 -o part.m4v
+same "pictures of a part of MPEG-4 visual" "$(ff -xerror -i part.m4v -f framemd5 - | grep -c '^0')" 15
 expect 5 "claims" extract cut.mp4 -o part
 [ "$(stat -c %s part/track0.h264)" -gt $((size / 3)) ] || { echo "what precedes the damage is not kept"; failures=1; }
 expect 6 "No space left" extract "$demo" --video -o /dev/full
