@@ -84,6 +84,16 @@ def check_documents(demo):
     table = [line.split() for line in run("packets", demo).splitlines()]
     if listed != lines or [int(row[3]) for row in table[1:]] != [unit["pts"] for unit in listed]:
         failures.append("packets: the forms differ")
+    # Groups of pictures make up the track; one changed byte is one unit that differs.
+    keys, video = next(documents(run("--json", "keys", demo)))["keys"], next(documents(run("--json", demo)))["tracks"][0]
+    if [sum(key[name] for key in keys) for name in ("gop_units", "gop_bytes")] != [video["units"], video["bytes"]]:
+        failures.append(f"keys: the groups are not the {video['bytes']} bytes of the track")
+    changed = bytearray(demo.read_bytes())
+    changed[listed[9]["pos"] + 20] ^= 1
+    pathlib.Path("changed.mp4").write_bytes(changed)
+    tracks = next(documents(run("--json", "diff", demo, "changed.mp4", code=1)))["tracks"]
+    if [track["different"] for track in tracks] != [int(track["index"] == listed[9]["track"]) for track in tracks]:
+        failures.append(f"diff: {tracks}")
     probed = json.loads(subprocess.run(
         ["ffprobe", "-v", "error", "-ignore_editlist", "1", "-show_entries", "packet=stream_index,pts_time,dts_time,pos",
          "-of", "json", demo], capture_output=True, check=True).stdout)["packets"]
