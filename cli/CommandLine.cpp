@@ -55,6 +55,7 @@ public:
         AddCheck();
         AddHash();
         AddDiff();
+        AddReport();
         AddSheet();
         AddTrace();
         AddCompletion();
@@ -99,6 +100,17 @@ private:
             ->add_option_function<std::string>(
                 name, [&time](const std::string& text) { time = TimeFrom(text); }, what)
             ->type_name("TIME");
+    }
+
+    static void AddDevice(CLI::App* command, double& latency, double& bandwidth, const std::string& usualLatency,
+                          const std::string& usualBandwidth) {
+        const auto number = CLI::NonNegativeNumber.description("");
+        command->add_option("--latency", latency, "what the device takes for each request" + usualLatency)
+            ->check(number)
+            ->type_name("MS");
+        command->add_option("--bandwidth", bandwidth, "at which it sends" + usualBandwidth)
+            ->check(number)
+            ->type_name("MB/S");
     }
 
     void AddSettings() {
@@ -243,6 +255,20 @@ private:
         command->add_flag("--payload", arguments->onlyPayload, "compare bytes only")->excludes(times);
     }
 
+    void AddReport() {
+        std::shared_ptr<ReportArguments> arguments;
+        CLI::App* command = Add("report", "Draw a page with pictures of a file", Report, arguments);
+        AddFile(command, arguments->file);
+        command->add_option("-o,--output", arguments->output, "HTML file, - for standard output")
+            ->required()
+            ->type_name("OUT");
+        command->add_option("--title", arguments->title, "of the page (default: the file's name)")->type_name("TEXT");
+        command->add_option("--svg-dir", arguments->svgDirectory, "each picture as a file of its own too")
+            ->type_name("DIR");
+        AddDevice(command, arguments->latency, arguments->bandwidth, " (default: 2)", " (default: 20)");
+        command->add_flag("--force", arguments->force, "replace files that exist");
+    }
+
     void AddSheet() {
         std::shared_ptr<SheetArguments> arguments;
         CLI::App* command = Add("sheet", "Draw a contact sheet of key frames", Sheet, arguments);
@@ -277,10 +303,7 @@ private:
             ->check(number)
             ->type_name("N");
         command->add_flag("--trick", arguments->trick, "wind: ten steps from key frame to key frame");
-        command->add_option("--latency", arguments->latency, "what the device takes for each request")
-            ->check(number)
-            ->type_name("MS");
-        command->add_option("--bandwidth", arguments->bandwidth, "at which it sends")->check(number)->type_name("MB/S");
+        AddDevice(command, arguments->latency, arguments->bandwidth, "", "");
         command->add_option("--decode", arguments->decode, "at which the decoder takes units (default: at once)")
             ->check(number)
             ->type_name("MB/S");

@@ -105,6 +105,17 @@ struct TraceArguments {
 /// Tells what a player's `read` sees, and how long the player waits.
 ExitCode Trace(const Settings& settings, const TraceArguments& arguments, Output& out);
 
+struct ReportArguments {
+    std::string file = {};
+    std::string output = {};
+    std::string title = {};              // empty: the file's name
+    std::string svgDirectory = {};       // each picture there too; empty: nowhere
+    double latency = 2, bandwidth = 20;  // of the device that plays: milliseconds a request, MB a second
+    bool force = false;                  // replace the output
+};
+/// Draws a page about one file.
+ExitCode Report(const Settings& settings, const ReportArguments& arguments, Output& out);
+
 struct SheetArguments {
     std::string file = {};
     std::string output = {};

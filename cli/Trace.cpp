@@ -179,6 +179,18 @@ const char* Name(Cause cause) {
     }
 }
 
+Totals TotalsOf(const TraceResult& trace, size_t phase) {
+    Totals totals;
+    for (const TracedRead& read : trace.reads) {
+        if (read.phase != phase)
+            continue;
+        totals.reads++;
+        totals.bytes += read.size;
+        totals.byCause[static_cast<size_t>(read.cause)]++;
+    }
+    return totals;
+}
+
 TraceResult Record(const Source& source, const Settings& settings, const TraceOptions& options) {
     return Recorder(source, settings, options).Run();
 }

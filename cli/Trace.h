@@ -1,6 +1,7 @@
 // What a player's `read` sees while the library opens, plays, seeks and winds, on a device of a given speed.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <mutex>
@@ -55,6 +56,17 @@ struct TraceResult {
     std::vector<Phase> phases;
     std::vector<TracedRead> reads;
 };
+
+/// What the reads of one phase come to.
+struct Totals {
+    uint64_t reads = 0, bytes = 0;
+    std::array<uint64_t, 3> byCause = {};  // reads
+
+    uint64_t Of(Cause cause) const { return byCause[static_cast<size_t>(cause)]; }
+    /// What was read and not delivered, in this phase at least: bytes read ahead may be used in the next one.
+    uint64_t Waste(const Phase& phase) const { return bytes > phase.delivered ? bytes - phase.delivered : 0; }
+};
+Totals TotalsOf(const TraceResult& trace, size_t phase);
 
 /// Plays the file and records. Throws a Failure as playing does.
 TraceResult Record(const Source& source, const Settings& settings, const TraceOptions& options);

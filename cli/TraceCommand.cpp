@@ -1,6 +1,4 @@
 // kivmp4 trace: each read that a player gets, and how long it waits for units.
-#include <algorithm>
-#include <array>
 #include <cmath>
 
 #include "Commands.h"
@@ -11,31 +9,6 @@
 namespace kivmp4::cli {
 
 namespace {
-
-/// What the reads of one phase come to.
-struct Totals {
-    uint64_t reads = 0, bytes = 0;
-    std::array<uint64_t, 3> byCause = {};  // reads
-
-    uint64_t Of(Cause cause) const { return byCause[static_cast<size_t>(cause)]; }
-};
-
-Totals TotalsOf(const TraceResult& trace, size_t phase) {
-    Totals totals;
-    for (const TracedRead& read : trace.reads) {
-        if (read.phase != phase)
-            continue;
-        totals.reads++;
-        totals.bytes += read.size;
-        totals.byCause[static_cast<size_t>(read.cause)]++;
-    }
-    return totals;
-}
-
-// What was read and never delivered, in this phase at least: bytes read ahead may be used in the next one.
-uint64_t Waste(const Totals& totals, const Phase& phase) {
-    return totals.bytes > phase.delivered ? totals.bytes - phase.delivered : 0;
-}
 
 double Rounded(double seconds) { return std::round(seconds * 1e6) / 1e6; }
 
@@ -50,7 +23,7 @@ void PrintPhases(const TraceResult& trace, const TraceOptions& options, Output& 
         const Totals totals = TotalsOf(trace, i);
         out.Print("{:<5} {:>6} {:>6} {:>6} {:>6} {:>11} {:>11} {:>11} {:>7.3f} s {:>7.3f} s {:>7.1f} ms {:>6}\n",
                   phase.name, totals.reads, totals.Of(Cause::Ahead), totals.Of(Cause::Jump), totals.Of(Cause::Raw),
-                  FormatBytes(totals.bytes), FormatBytes(phase.delivered), FormatBytes(Waste(totals, phase)),
+                  FormatBytes(totals.bytes), FormatBytes(phase.delivered), FormatBytes(totals.Waste(phase)),
                   phase.duration, phase.waited, phase.longest * 1e3, phase.stalls);
     }
 }
@@ -78,7 +51,7 @@ Json ToJson(const Source& source, const TraceResult& trace, const TraceOptions& 
                                   {"raw", totals.Of(Cause::Raw)},
                                   {"bytes", totals.bytes},
                                   {"delivered", phase.delivered},
-                                  {"unused", Waste(totals, phase)},
+                                  {"unused", totals.Waste(phase)},
                                   {"time", Rounded(phase.duration)},
                                   {"waited", Rounded(phase.waited)},
                                   {"longest_wait", Rounded(phase.longest)},

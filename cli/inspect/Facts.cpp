@@ -2,7 +2,6 @@
 #include "inspect/Facts.h"
 
 #include <algorithm>
-#include <list>
 
 namespace kivmp4::inspect {
 
@@ -20,6 +19,7 @@ Facts FactsOf(const File& file, const Track& track) {
         }
         if (sample.End() <= file.Size()) {
             facts.readable++;
+            facts.readableBytes += sample.size;
             readableUntil = end;
         }
     }
@@ -51,41 +51,42 @@ int64_t AppliedDelay(const Movie& movie, const Track& track) {
     return applied && movie.timescale ? static_cast<int64_t>(track.edits[0].duration * 90000 / movie.timescale) : 0;
 }
 
-namespace {
-
-// How far a player has come in one track.
-struct Reached {
-    explicit Reached(const Track& of) : track(&of), walk(of) {}
-    bool Next() { return walk.Next(sample); }
-    double Time() const { return static_cast<double>(sample.dts) / track->timescale; }
-
-    const Track* track;
-    SampleWalk walk;
-    Sample sample;
-};
-
-}  // namespace
+void WalkByTime(const Movie& movie, const std::function<void(double time, const std::vector<DueSample>& due)>& visit) {
+    std::vector<DueSample> due;
+    std::vector<SampleWalk> walks;  // of the same tracks
+    for (const Track& track : movie.tracks) {
+        if (!track.Played() || !track.timescale)
+            continue;
+        walks.emplace_back(track);
+        due.push_back({&track, {}});
+        if (!walks.back().Next(due.back().sample)) {
+            walks.pop_back();
+            due.pop_back();
+        }
+    }
+    const auto timeOf = [](const DueSample& of) { return static_cast<double>(of.sample.dts) / of.track->timescale; };
+    while (due.size() > 1) {
+        const auto least = std::min_element(
+            due.begin(), due.end(), [&](const DueSample& a, const DueSample& b) { return timeOf(a) < timeOf(b); });
+        visit(timeOf(*least), due);
+        const auto at = least - due.begin();
+        if (!walks[static_cast<size_t>(at)].Next(least->sample)) {
+            walks.erase(walks.begin() + at);
+            due.erase(least);
+        }
+    }
+}
 
 Distance WidestDistance(const Movie& movie) {
-    std::list<Reached> tracks;
-    for (const Track& track : movie.tracks) {
-        if (track.Played() && track.timescale && !tracks.emplace_back(track).Next())
-            tracks.pop_back();
-    }
     Distance widest;
-    while (tracks.size() > 1) {
-        uint64_t low = UINT64_MAX, high = 0;
-        for (const Reached& reached : tracks) {
-            low = std::min(low, reached.sample.offset);
-            high = std::max(high, reached.sample.offset);
-        }
-        const auto least = std::min_element(tracks.begin(), tracks.end(),
-                                            [](const Reached& a, const Reached& b) { return a.Time() < b.Time(); });
-        if (high - low > widest.bytes)
-            widest = {high - low, low, least->Time()};
-        if (!least->Next())
-            tracks.erase(least);
-    }
+    WalkByTime(movie, [&](double time, const std::vector<DueSample>& due) {
+        const auto [low, high] = std::minmax_element(
+            due.begin(), due.end(),
+            [](const DueSample& a, const DueSample& b) { return a.sample.offset < b.sample.offset; });
+        const uint64_t bytes = high->sample.offset - low->sample.offset;
+        if (bytes > widest.bytes)
+            widest = {bytes, low->sample.offset, time};
+    });
     return widest;
 }
 

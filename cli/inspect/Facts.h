@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "inspect/Movie.h"
@@ -17,6 +18,7 @@ struct Facts {
     int64_t duration = 0;         // of all samples together
     int64_t longestInterval = 0;  // from a key frame to the next one, or to the end
     uint32_t readable = 0;        // units that lie inside the file
+    uint64_t readableBytes = 0;   // of these
     int64_t readableUntil = 0;    // decode time at which the last of them ends
 };
 Facts FactsOf(const File& file, const Track& track);
@@ -31,6 +33,15 @@ std::vector<KeyFrame> KeyFramesOf(const Track& track);
 
 /// 90 kHz ticks by which the module moves the track: an empty edit, and then the media from its start.
 int64_t AppliedDelay(const Movie& movie, const Track& track);
+
+/// A sample and its track.
+struct DueSample {
+    const Track* track;
+    Sample sample;
+};
+/// Goes through the played tracks as time passes. `visit` gets the sample that is due in each of them, at the decode
+/// time (seconds) of the earliest one; with less than two tracks left it is not called.
+void WalkByTime(const Movie& movie, const std::function<void(double time, const std::vector<DueSample>& due)>& visit);
 
 /// The greatest distance in the file between samples that are due at the same time.
 struct Distance {

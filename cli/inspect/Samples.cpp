@@ -3,17 +3,17 @@
 
 namespace kivmp4::inspect {
 
-SampleWalk::SampleWalk(const Track& of) : track(of) {}
+SampleWalk::SampleWalk(const Track& of) : track(&of) {}
 
 bool SampleWalk::Next(Sample& sample) {
-    if (number >= track.sampleCount)
+    if (number >= track->sampleCount)
         return false;
     while (!started || inChunk >= perChunk) {
         if (!NextChunk())
             return false;
     }
     sample.number = number;
-    sample.size = track.constantSize ? track.constantSize : track.stsz.At(number);
+    sample.size = track->constantSize ? track->constantSize : track->stsz.At(number);
     sample.offset = offset;
     sample.chunk = chunk;
     sample.key = IsKey(number);
@@ -29,28 +29,28 @@ bool SampleWalk::NextChunk() {
     chunk = started ? chunk + 1 : 0;
     started = true;
     inChunk = 0;
-    if (chunk >= track.stco.count)
+    if (chunk >= track->stco.count)
         return false;
-    while (mapEntry + 1 < track.stsc.count && track.stsc.At(mapEntry + 1) <= chunk + 1)
+    while (mapEntry + 1 < track->stsc.count && track->stsc.At(mapEntry + 1) <= chunk + 1)
         mapEntry++;
-    perChunk = track.stsc.count ? track.stsc.At(mapEntry, 1) : 1;
-    offset = track.stco.At64(chunk);
+    perChunk = track->stsc.count ? track->stsc.At(mapEntry, 1) : 1;
+    offset = track->stco.At64(chunk);
     return true;
 }
 
 // Samples beyond the table of times follow each other at once.
 void SampleWalk::Times(Sample& sample) {
-    while (timeEntry < track.stts.count && timeUsed >= track.stts.At(timeEntry)) {
+    while (timeEntry < track->stts.count && timeUsed >= track->stts.At(timeEntry)) {
         timeEntry++;
         timeUsed = 0;
     }
-    while (shiftEntry < track.ctts.count && shiftUsed >= track.ctts.At(shiftEntry)) {
+    while (shiftEntry < track->ctts.count && shiftUsed >= track->ctts.At(shiftEntry)) {
         shiftEntry++;
         shiftUsed = 0;
     }
-    sample.duration = timeEntry < track.stts.count ? track.stts.At(timeEntry, 1) : 0;
+    sample.duration = timeEntry < track->stts.count ? track->stts.At(timeEntry, 1) : 0;
     // Old files with version 0 have negative offsets as well.
-    const int32_t shift = shiftEntry < track.ctts.count ? static_cast<int32_t>(track.ctts.At(shiftEntry, 1)) : 0;
+    const int32_t shift = shiftEntry < track->ctts.count ? static_cast<int32_t>(track->ctts.At(shiftEntry, 1)) : 0;
     sample.dts = dts;
     sample.cts = dts + shift;
     dts += sample.duration;
@@ -59,9 +59,9 @@ void SampleWalk::Times(Sample& sample) {
 }
 
 bool SampleWalk::IsKey(uint32_t sample) {
-    while (keyEntry < track.stss.count && track.stss.At(keyEntry) <= sample)
+    while (keyEntry < track->stss.count && track->stss.At(keyEntry) <= sample)
         keyEntry++;
-    return !track.stss.count || (keyEntry < track.stss.count && track.stss.At(keyEntry) == sample + 1);
+    return !track->stss.count || (keyEntry < track->stss.count && track->stss.At(keyEntry) == sample + 1);
 }
 
 std::vector<Sample> ListSamples(const Track& track) {

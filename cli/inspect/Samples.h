@@ -34,7 +34,7 @@ private:
     void Times(Sample& sample);
     bool IsKey(uint32_t number);
 
-    const Track& track;
+    const Track* track;  // never null
     uint32_t number = 0;
     uint32_t chunk = 0, inChunk = 0, perChunk = 0;  // `inChunk` of `perChunk` samples are done
     bool started = false;
