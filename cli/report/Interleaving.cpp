@@ -58,7 +58,7 @@ Picture BytesPicture(const Survey& survey) {
                     "The whole file, sorted by what its bytes are for. What stays empty is everything else.", ""};
     if (static_cast<double>(survey.ignoredBytes) > 0.1 * size)
         picture.verdict = fmt::format(
-            "{} of the file belong to tracks that are not played ({} of them). They lie between the units that are "
+            "{} of the file belong to tracks that are not played ({}). They lie between the units that are "
             "played, so a player reads them for nothing or jumps over them again and again. On a card or over a "
             "network both take time that playing does not have.",
             Share(static_cast<double>(survey.ignoredBytes), size), survey.ignored.size());
@@ -68,7 +68,7 @@ Picture BytesPicture(const Survey& survey) {
 
 // In each column of time the lowest and the highest place in the file.
 void DrawPositions(Plot& plot, const Survey& survey, const Lane& lane) {
-    const Columns columns{0, survey.duration};
+    const Columns columns = ColumnsFor(survey, lane);
     render::Series lows{lane.colour, lane.name, std::vector<double>(columns.count, kNone), Unit::Bytes};
     std::vector<double> highs(columns.count, kNone);
     ForEachSample(lane, [&](const inspect::Sample& sample) {
@@ -172,7 +172,9 @@ Picture CloseUpPicture(const Survey& survey) {
 
 Picture DistancePicture(const Survey& survey) {
     const auto drawn = survey.Drawn();
-    const Columns columns{0, survey.duration};
+    const auto fewest = std::min_element(drawn.begin(), drawn.end(),
+                                         [](const Lane* a, const Lane* b) { return a->facts.units < b->facts.units; });
+    const Columns columns = ColumnsFor(survey, **fewest);
     std::vector<render::Series> ahead;
     for (const Lane* lane : drawn)
         ahead.push_back({lane->colour, lane->name, std::vector<double>(columns.count, -1), Unit::Bytes});

@@ -100,10 +100,9 @@ std::string RemarksOf(const Contents& contents) {
     const Survey& survey = contents.survey;
     const double ignored = static_cast<double>(survey.ignoredBytes), size = static_cast<double>(survey.FileSize());
     if (ignored > 0.1 * size)
-        remarks.push_back(
-            {"warning", fmt::format("{} of the file belong to {} that are not played, and a player has to "
-                                    "pass over them (<a href=\"#bytes\">whose bytes</a>).",
-                                    Share(ignored, size), cli::Count(survey.ignored.size(), "track"))});
+        remarks.push_back({"warning", fmt::format("{} of the file belong to tracks that are not played ({}), and a "
+                                                  "player has to pass over them (<a href=\"#bytes\">whose bytes</a>).",
+                                                  Share(ignored, size), survey.ignored.size())});
     if (contents.trace)
         AddReading(contents, remarks);
     std::stable_sort(remarks.begin(), remarks.end(), [](const Remark& a, const Remark& b) {

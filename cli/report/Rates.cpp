@@ -24,33 +24,29 @@ double Greatest(const std::vector<double>& values) {
     return greatest;
 }
 
-// Bits of each second, or of each longer stretch in what lasts for days.
-std::vector<double> BitsBySecond(const Lane& lane, double duration) {
-    const Columns seconds{0, std::max(1.0, duration),
-                          static_cast<size_t>(std::ceil(std::clamp(duration, 1.0, kMostSeconds)))};
-    std::vector<double> bits(seconds.count);
-    ForEachSample(lane, [&](const inspect::Sample& sample) {
-        bits[seconds.Of(lane.Time(sample))] += static_cast<double>(sample.size) * 8;
-    });
-    for (double& each : bits)
-        each /= seconds.Width();
-    return bits;
+// One column a second, or a longer stretch in what lasts for days.
+Columns SecondsOf(const Survey& survey) {
+    const double end = std::ceil(std::max(1.0, survey.duration));
+    return {0, end, static_cast<size_t>(std::min(end, kMostSeconds))};
 }
 
 Plot RatePlot(const Survey& survey, const Lane& lane) {
-    const std::vector<double> seconds = BitsBySecond(lane, survey.duration);
-    // Each column is a whole number of seconds.
-    const size_t width = (seconds.size() + kColumns - 1) / kColumns, count = (seconds.size() + width - 1) / width;
+    const Columns seconds = SecondsOf(survey);
+    std::vector<double> bits(seconds.count);
+    ForEachSample(lane, [&](const inspect::Sample& sample) {
+        bits[seconds.Of(lane.Time(sample))] += static_cast<double>(sample.size) * 8 / seconds.Width();
+    });
+    // Each step is a whole number of seconds.
+    const size_t width = (seconds.count + kColumns - 1) / kColumns, count = (seconds.count + width - 1) / width;
     render::Series highest{lane.colour, "highest second", std::vector<double>(count), Unit::Rate};
     render::Series mean{lane.colour, lane.name, std::vector<double>(count), Unit::Rate};
-    for (size_t i = 0; i < seconds.size(); i++) {
-        const auto share = static_cast<double>(std::min(width, seconds.size() - i / width * width));
-        highest.values[i / width] = std::max(highest.values[i / width], seconds[i]);
-        mean.values[i / width] += seconds[i] / share;
+    for (size_t i = 0; i < bits.size(); i++) {
+        const size_t step = i / width;
+        highest.values[step] = std::max(highest.values[step], bits[i]);
+        mean.values[step] += bits[i] / static_cast<double>(std::min(width, bits.size() - step * width));
     }
     const double most = Greatest(highest.values), average = lane.BitRate();
-    const double end = survey.duration * static_cast<double>(count * width) / static_cast<double>(seconds.size());
-    Plot plot("Bit rate of " + lane.name, {Unit::Time, 0, std::max(1.0, end)},
+    Plot plot("Bit rate of " + lane.name, {Unit::Time, 0, seconds.Width() * static_cast<double>(count * width)},
               {Unit::Rate, 0, std::max({most, average, 1.0}) * 1.15}, 110);
     plot.Title(fmt::format("{}: {}, at most {}", lane.name, cli::FormatRate(average), cli::FormatRate(most)));
     if (width > 1)
@@ -83,9 +79,9 @@ std::vector<Group> GroupsOf(const Lane& lane) {
 
 // Key frames are many times as large as what lies between them.
 Plot SizePlot(const Survey& survey, const Lane& lane) {
-    const size_t count = std::clamp<size_t>(lane.facts.units, 1, kColumns);
+    const Columns columns = ColumnsFor(survey, lane);
+    const size_t count = columns.count;
     const bool marked = bool(lane.track->stss);
-    const Columns columns{0, survey.duration, count};
     render::Series sizes{lane.colour, marked ? "between key frames" : "picture", std::vector<double>(count),
                          Unit::Bytes};
     render::Series keys{render::kWarn, "key frame", std::vector<double>(count, -1), Unit::Bytes};

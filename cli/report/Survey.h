@@ -70,4 +70,9 @@ struct Columns {
     double Middle(size_t column) const { return low + (static_cast<double>(column) + 0.5) * Width(); }
 };
 
+/// Columns of time, each of which has a unit of the lane unless these come in bursts.
+inline Columns ColumnsFor(const Survey& survey, const Lane& lane) {
+    return {0, survey.duration, std::clamp<size_t>(lane.facts.units, 1, kColumns)};
+}
+
 }  // namespace kivmp4::report

@@ -166,5 +166,10 @@ for case in "absent.mp4|cannot open" "garbage.mp4|not a usable MP4 file" "cut.mp
   text=$(run_player "${case%|*}") && echo "the example player succeeds with ${case%|*}" && failures=1
   same "the example player's message" "${text##*"${case%|*}: ${case#*|}"*}" ""
 done
-same "README and examples/player.c" "$(sed -n '/^```c$/,/^```$/p' "$source/README.md" | sed '1d;$d' | diff - "$source/examples/player.c")" ""
+# What the README shows of the example stands in it, line by line.
+excerpt=$(sed -n '/^```c$/,/^```$/p' "$source/README.md" | sed '1d;$d')
+[ -n "$excerpt" ] && case $(cat "$source/examples/player.c") in
+  *"$excerpt"*) ;;
+  *) echo "the README shows other lines than examples/player.c has" && failures=1 ;;
+esac
 exit $failures
