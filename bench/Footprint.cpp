@@ -28,12 +28,15 @@ struct Session {
     const FileInterface* file;
     size_t heapSize = kHeapSize;
     int32_t logLevel = KIVMP4_LOG_NONE;
-    bool report = false;
+    bool twice = false;
 
     int32_t tracks = 0;  // below 0: the file was refused
     uint64_t units = 0, bytes = 0, found = 0;
     uint64_t steadyUnits = 0;  // of the second time it was played
     Calls steady = {};
+    struct Peaks {
+        size_t heap, client;
+    } opened = {}, played = {}, sought = {};  // up to the end of each step
     double ticks = 0;  // duration, 90 kHz
 
     void Run() {
@@ -69,7 +72,7 @@ struct Session {
             if (KivMp4GetTrackInfo(demux, track, &info) == KIVMP4_OK)
                 KivMp4EnableTrack(demux, track, 1);
         }
-        Tell("opened");
+        opened = {books.heap.peak, books.client.peak};
         return true;
     }
 
@@ -78,7 +81,7 @@ struct Session {
         KivMp4InitUnit(demux, &unit);
         for (; KivMp4GetNextUnit(demux, &unit) == KIVMP4_OK; ++units)
             bytes += static_cast<uint64_t>(unit.size);
-        Tell("played");
+        played = {books.heap.peak, books.client.peak};
         KivMp4Rewind(demux);
         Fractions fractions;
         for (int place = 0; place < kPlaces; ++place) {
@@ -93,8 +96,8 @@ struct Session {
         }
         KivMp4ResumeFileReader(demux);
         found += KivMp4GetNextUnit(demux, &unit) == KIVMP4_OK;
-        Tell("sought");
-        if (!report)
+        sought = {books.heap.peak, books.client.peak};
+        if (!twice)
             return;
         KivMp4Rewind(demux);
         const Calls before = CallsSoFar();
@@ -102,15 +105,6 @@ struct Session {
             ++steadyUnits;
         steady = CallsSoFar() - before;
     }
-
-    void Tell(const char* step) const {
-        if (!report)
-            return;
-        const auto tell = [&](const char* what, size_t value) { std::printf("%s_%s %zu\n", step, what, value); };
-        tell("heap_peak", books.heap.peak);
-        tell("client_peak", books.client.peak);
-    }
-
 };
 
 void ReportStacks() {
@@ -118,15 +112,15 @@ void ReportStacks() {
         std::printf("stack_%s %zu\n", thread.c_str(), used);
 }
 
-// The least block with which the session brings the same as with plenty, within 1 KiB.
-size_t LeastHeap(const Session& plenty, size_t peak) {
-    size_t refused = 0, enough = peak + (64 << 10);
-    while (enough - refused > 1024) {
-        Session session{.path = plenty.path, .file = plenty.file, .heapSize = (refused + enough) / 2};
+// The least block, in steps of 4 KiB, with which the session brings the same as with plenty. Tried from below: a larger
+// block may fail again, because tables then fit into it and take the room of units.
+void ReportLeastHeap(const Session& plenty) {
+    Session session{.path = "", .file = nullptr, .heapSize = 192 << 10};  // the read-ahead buffer alone
+    do {
+        session = {.path = plenty.path, .file = plenty.file, .heapSize = session.heapSize + (4 << 10)};
         session.Run();
-        (session.SameAs(plenty) ? enough : refused) = session.heapSize;
-    }
-    return enough;
+    } while (!session.SameAs(plenty));
+    std::printf("least_heap %zu\nleast_heap_client_peak %zu\n", session.heapSize, books.client.peak);
 }
 
 int MeasureFile(const char* path, bool verbose) {
@@ -137,20 +131,25 @@ int MeasureFile(const char* path, bool verbose) {
     Session session{.path = path ? path : "film.mp4",
                     .file = path ? &onDisk : film.Interface(),
                     .logLevel = verbose ? KIVMP4_LOG_ALL : KIVMP4_LOG_NONE,
-                    .report = true};
+                    .twice = true};
     session.Run();
     if (session.units == 0 || session.steadyUnits != session.units) {
         std::fprintf(stderr, "%s was not played\n", session.path);
         return 1;
     }
-    const size_t peak = books.heap.peak;
     std::printf("units %llu\nfound %llu\n", static_cast<unsigned long long>(session.units),
                 static_cast<unsigned long long>(session.found));
     std::printf("steady_heap_calls %zu\nsteady_client_calls %zu\nsteady_malloc_calls %zu\n", session.steady.heap,
                 session.steady.client, session.steady.system);
+    const auto report = [](const char* step, const Session::Peaks& peaks) {
+        std::printf("%s_heap_peak %zu\n%s_client_peak %zu\n", step, peaks.heap, step, peaks.client);
+    };
+    report("opened", session.opened);
+    report("played", session.played);
+    report("sought", session.sought);
     ReportStacks();
     if (!verbose)
-        std::printf("least_heap %zu\n", LeastHeap(session, peak));
+        ReportLeastHeap(session);
     return 0;
 }
 
