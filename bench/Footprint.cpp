@@ -34,16 +34,17 @@ struct Session {
     uint64_t units = 0, bytes = 0, found = 0;
     uint64_t steadyUnits = 0;  // of the second time it was played
     Calls steady = {};
-    struct Peaks {
-        size_t heap, client;
-    } opened = {}, played = {}, sought = {};  // up to the end of each step
-    double ticks = 0;  // duration, 90 kHz
+    Peaks opened = {}, played = {}, sought = {};  // up to the end of each step
+    double ticks = 0;                             // duration, 90 kHz
 
     void Run() {
-        RunOnWatchedStack("player", [](void* session) -> void* {
-            static_cast<Session*>(session)->Play();
-            return nullptr;
-        }, this);
+        RunOnWatchedStack(
+            "player",
+            [](void* session) -> void* {
+                static_cast<Session*>(session)->Play();
+                return nullptr;
+            },
+            this);
     }
     bool SameAs(const Session& other) const {
         return tracks == other.tracks && units == other.units && bytes == other.bytes && found == other.found;
@@ -72,7 +73,7 @@ struct Session {
             if (KivMp4GetTrackInfo(demux, track, &info) == KIVMP4_OK)
                 KivMp4EnableTrack(demux, track, 1);
         }
-        opened = {books.heap.peak, books.client.peak};
+        opened = PeaksSoFar();
         return true;
     }
 
@@ -81,7 +82,7 @@ struct Session {
         KivMp4InitUnit(demux, &unit);
         for (; KivMp4GetNextUnit(demux, &unit) == KIVMP4_OK; ++units)
             bytes += static_cast<uint64_t>(unit.size);
-        played = {books.heap.peak, books.client.peak};
+        played = PeaksSoFar();
         KivMp4Rewind(demux);
         Fractions fractions;
         for (int place = 0; place < kPlaces; ++place) {
@@ -96,7 +97,7 @@ struct Session {
         }
         KivMp4ResumeFileReader(demux);
         found += KivMp4GetNextUnit(demux, &unit) == KIVMP4_OK;
-        sought = {books.heap.peak, books.client.peak};
+        sought = PeaksSoFar();
         if (!twice)
             return;
         KivMp4Rewind(demux);
@@ -141,7 +142,7 @@ int MeasureFile(const char* path, bool verbose) {
                 static_cast<unsigned long long>(session.found));
     std::printf("steady_heap_calls %zu\nsteady_client_calls %zu\nsteady_malloc_calls %zu\n", session.steady.heap,
                 session.steady.client, session.steady.system);
-    const auto report = [](const char* step, const Session::Peaks& peaks) {
+    const auto report = [](const char* step, const Peaks& peaks) {
         std::printf("%s_heap_peak %zu\n%s_client_peak %zu\n", step, peaks.heap, step, peaks.client);
     };
     report("opened", session.opened);

@@ -104,7 +104,8 @@ struct Watched {
         return result;  // the record and its stack stay: the thread still stands on it
     }
     void Book() const {
-        const uint8_t* lowest = std::find_if(static_cast<const uint8_t*>(stack), top, [](uint8_t byte) { return byte != kPaint; });
+        const uint8_t* lowest =
+            std::find_if(static_cast<const uint8_t*>(stack), top, [](uint8_t byte) { return byte != kPaint; });
         const size_t used = static_cast<size_t>(top - lowest);
         const Entry guard;
         size_t& most = books.stacks[name];
@@ -135,6 +136,11 @@ void Books::Clear() {
     client = Ledger();
 }
 
+Peaks PeaksSoFar() {
+    const Entry entry;
+    return {books.heap.peak, books.client.peak};
+}
+
 Calls CallsSoFar() { return {heapCalls, clientCalls, systemCalls}; }
 
 const ClientAllocator clientMemory = {nullptr, TakeFromClient, GiveToClient};
@@ -153,7 +159,7 @@ void RunOnWatchedStack(const char* name, ThreadEntry entry, void* argument) {
 // The linker leads the module's calls through here.
 using namespace kivmp4::bench;
 
-#define BEHIND(result, function, name, parameters)       \
+#define BEHIND(result, function, name, parameters)        \
     result Real##function parameters asm("__real_" name); \
     result Wrap##function parameters asm("__wrap_" name); \
     result Wrap##function parameters

@@ -32,7 +32,7 @@ struct Calls {
     }
 };
 
-/// The books of the session that runs. Read them while no handle exists, or between two calls of the module.
+/// The books of the session that runs. Use them while no handle exists: the module's thread writes to them too.
 struct Books {
     Ledger heap, client;
     std::map<std::string, size_t> stacks;  // of each thread: the most bytes below its entry, over all sessions
@@ -41,6 +41,12 @@ struct Books {
     void Clear();
 };
 extern Books books;
+
+/// The greatest sums so far in this session, in bytes.
+struct Peaks {
+    size_t heap, client;
+};
+Peaks PeaksSoFar();
 
 /// Since the program began, without what the books themselves take.
 Calls CallsSoFar();
