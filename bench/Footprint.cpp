@@ -1,8 +1,7 @@
-// footprint [--verbose] FILE | --seeds DIRECTORY: what memory and how much stack the module takes from a player that
+// footprint [--verbose] FILE|--film|--seeds DIRECTORY: what memory and how much stack the module takes from a player that
 // opens the file, plays it, seeks and winds, and plays it again.
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -124,14 +123,14 @@ void ReportLeastHeap(const Session& plenty) {
     std::printf("least_heap %zu\nleast_heap_client_peak %zu\n", session.heapSize, books.client.peak);
 }
 
-int MeasureFile(const char* path, bool verbose) {
+int MeasureFile(const char* path, int32_t logLevel) {
     DiskFile disk;
     const FileInterface onDisk = disk.Interface();
     // Two hours, 30 pictures a second with B pictures and as many blocks of sound; the samples are tiny.
     MemoryMovie film = path ? MemoryMovie(Bytes()) : MemoryMovie({.tracks = 2}, 2 * 2 * 3600 * 30);
     Session session{.path = path ? path : "film.mp4",
                     .file = path ? &onDisk : film.Interface(),
-                    .logLevel = verbose ? KIVMP4_LOG_ALL : KIVMP4_LOG_NONE,
+                    .logLevel = logLevel,
                     .twice = true};
     session.Run();
     if (session.units == 0 || session.steadyUnits != session.units) {
@@ -149,7 +148,7 @@ int MeasureFile(const char* path, bool verbose) {
     report("played", session.played);
     report("sought", session.sought);
     ReportStacks();
-    if (!verbose)
+    if (logLevel == KIVMP4_LOG_NONE)
         ReportLeastHeap(session);
     return 0;
 }
@@ -172,7 +171,7 @@ std::vector<Bytes> Nested() {
     return {moov, test::Mp4Builder::Build(movie)};
 }
 
-int MeasureHostile(const char* directory) {
+int MeasureHostile(const char* directory, int32_t logLevel) {
     std::vector<Bytes> inputs = Nested();
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
         std::ifstream stream(entry.path(), std::ios::binary);
@@ -183,7 +182,7 @@ int MeasureHostile(const char* directory) {
         inputs.push_back(std::move(bytes));
     }
     for (const Bytes& bytes : inputs) {
-        PlayHostile(bytes, KIVMP4_LOG_NONE);
+        PlayHostile(bytes, logLevel);
     }
     std::printf("files %zu\n", inputs.size());
     ReportStacks();
@@ -195,12 +194,16 @@ int MeasureHostile(const char* directory) {
 
 int main(int argc, char** argv) {
     using namespace kivmp4::bench;
-    const std::vector<std::string_view> words(argv + 1, argv + argc);
+    std::vector<std::string> words(argv + 1, argv + argc);
+    int32_t logLevel = KIVMP4_LOG_NONE;
+    if (!words.empty() && words[0] == "--verbose") {
+        logLevel = KIVMP4_LOG_ALL;
+        words.erase(words.begin());
+    }
     if (words.size() == 2 && words[0] == "--seeds")
-        return MeasureHostile(argv[2]);
-    const bool verbose = !words.empty() && words[0] == "--verbose";
-    if (words.size() == (verbose ? 2u : 1u))
-        return MeasureFile(std::strcmp(argv[argc - 1], "--film") == 0 ? nullptr : argv[argc - 1], verbose);
-    std::fprintf(stderr, "usage: footprint [--verbose] FILE|--film | --seeds DIRECTORY\n");
+        return MeasureHostile(words[1].c_str(), logLevel);
+    if (words.size() == 1)
+        return MeasureFile(words[0] == "--film" ? nullptr : words[0].c_str(), logLevel);
+    std::fprintf(stderr, "usage: footprint [--verbose] FILE|--film|--seeds DIRECTORY\n");
     return 2;
 }
