@@ -1,5 +1,5 @@
-// footprint [--verbose] FILE|--film|--seeds DIRECTORY: what memory and how much stack the module takes from a player that
-// opens the file, plays it, seeks and winds, and plays it again.
+// footprint [--verbose] FILE|--film|--seeds DIRECTORY: what memory and stack the module takes from a player
+// that opens the file, plays it, seeks and winds, and plays it again.
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>

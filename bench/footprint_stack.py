@@ -11,8 +11,8 @@ import pathlib
 import re
 import sys
 
-# Recursion follows the tree of boxes, of which the module descends these: file, moov, trak, mdia, minf, stbl, stsd, entry,
-# wave, esds.
+# Recursion follows the tree of boxes, of which the module descends these:
+# file, moov, trak, mdia, minf, stbl, stsd, entry, wave, esds.
 LEVELS = 10
 # What the module calls outside: the player's functions, which it names in lower case, and the function of its thread.
 PLAYER = {"open", "close", "read", "getSize", "allocate", "free"}
@@ -48,8 +48,9 @@ class Graph:
         self.names[title] = re.sub(r"^(virtual|static|constexpr) ", "", label[0])
 
     def functions(self, pattern):
-        """Those whose name, which ends with a bracket, goes on so at some place."""
-        return {title for title, name in self.names.items() if re.search(pattern + (r"\w+\(" if pattern.endswith("~") else r"\("), name)}
+        """Those whose name ends so; "~" stands for every destructor."""
+        end = re.compile(pattern.replace("~", r"~\w+") + r"\(")
+        return {title for title, name in self.names.items() if end.search(name)}
 
     def targets(self, place):
         """Where the call at "file:line:column" may go; the column is that of the bracket after the name."""
@@ -63,6 +64,9 @@ class Graph:
         if not found:
             sys.exit(f"{place}: where does this call go?")
         return found
+
+    def short(self, title):
+        return re.sub(r"kivmp4::|platform::|\{anonymous\}::", "", re.search(r"([^ ]+)\(", self.names[title])[1])
 
     def groups(self):
         """Functions that call each other in a circle stand together; callees come before callers."""
@@ -105,15 +109,14 @@ class Graph:
 def main():
     sys.setrecursionlimit(10000)
     graph = Graph(sorted(pathlib.Path(sys.argv[1]).rglob("*.ci")))
-    short = lambda title: re.sub(r"kivmp4::|platform::|\{anonymous\}::", "", re.search(r"([^ ]+)\(", graph.names[title])[1])
     worst, circles = graph.chains()
     for title in sorted(graph.frames, key=graph.frames.get)[:-9:-1]:
-        print("frame", graph.frames[title], short(title))
+        print("frame", graph.frames[title], graph.short(title))
     for thread, pattern in ("player", r"(^| )KivMp4\w+"), ("module", "Thread::Run"):
         total, chain = max(worst[title] for title in graph.functions(pattern))
-        print("chain", thread, total, " > ".join(short(title) for title in chain if title in graph.names))
+        print("chain", thread, total, " > ".join(graph.short(title) for title in chain if title in graph.names))
     for circle in circles:
-        print("circle", sum(graph.frames.get(title, 0) for title in circle), ", ".join(sorted(map(short, circle))))
+        print("circle", sum(graph.frames.get(title, 0) for title in circle), ", ".join(sorted(map(graph.short, circle))))
 
 
 if __name__ == "__main__":
