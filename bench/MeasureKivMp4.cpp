@@ -1,41 +1,13 @@
 // measure_kivmp4 FILE: opens it, takes every unit of every track, seeks at random and winds by key frames.
 #include <KivMp4.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include "DiskFile.h"
 #include "Measure.h"
 
 namespace kivmp4::bench {
 namespace {
 
 constexpr size_t kHeapSize = size_t{64} << 20;  // touched as far as the module uses it
-
-struct File {
-    int descriptor = -1;
-    int64_t size = 0;
-};
-
-File& Of(void* context) { return *static_cast<File*>(context); }
-
-int32_t Open(void* context, const char* path, uint32_t) {
-    File& file = Of(context);
-    struct stat status;
-    file.descriptor = open(path, O_RDONLY);
-    if (file.descriptor < 0 || fstat(file.descriptor, &status) != 0)
-        return -1;
-    file.size = status.st_size;
-    return 0;
-}
-
-int32_t Close(void* context) { return close(Of(context).descriptor); }
-
-uint32_t Read(void* context, void* destination, int64_t offset, uint32_t size) {
-    const ssize_t count = pread(Of(context).descriptor, destination, size, offset);
-    return count == static_cast<ssize_t>(size) ? size : UINT32_MAX;
-}
-
-int64_t Size(void* context) { return Of(context).size; }
 
 int Fail(const char* step) {
     std::fprintf(stderr, "measure_kivmp4: %s failed\n", step);
@@ -69,8 +41,8 @@ int Wind(Mp4Demux* demux, AccessUnit& unit) {
 }
 
 int Measure(const char* path) {
-    File source;
-    const FileInterface file = {&source, Open, Close, Read, Size};
+    DiskFile source;
+    const FileInterface file = source.Interface();
     const ClientAllocator memory = {
         nullptr,
         [](void*, size_t, size_t size) { return std::malloc(size); },
