@@ -189,6 +189,34 @@ TEST(Delivery, ReachesPast4GiB) {
     }
 }
 
+// The samples' box is larger than 4 GiB, and the index follows it.
+TEST(Delivery, FindsTheIndexPast4GiB) {
+    constexpr uint64_t kHole = uint64_t{5} << 30;
+    Session session({.tracks = {VideoTrack(3)}, .moovLast = true, .mdatBox = Box64});
+    Bytes& bytes = session.file.bytes;
+    const auto find = [&](std::string_view type) {
+        return std::search(bytes.begin(), bytes.end(), type.begin(), type.end()) - bytes.begin() - 4;
+    };
+    session.file.holeAt = find("moov");
+    const Bytes size = Put().U64(static_cast<uint64_t>(find("moov") - find("mdat")) + kHole);
+    std::copy(size.begin(), size.end(), bytes.begin() + find("mdat") + 8);
+    session.file.holeSize = kHole;
+    ASSERT_TRUE(session.Start());
+    EXPECT_EQ(session.Deliver().size(), 3u);
+}
+
+// Its size with the margin is more than a record can tell.
+TEST(Delivery, RefusesAUnitOf2GiB) {
+    Track sound = AudioTrack(2);
+    sound.replace["stsz"] = FullBox("stsz", Put().U32(0).U32(2).U32(10).U32(0x7FFFFFFF));
+    Session session({.tracks = {sound}});
+    session.file.holeAt = static_cast<int64_t>(session.file.bytes.size());
+    session.file.holeSize = int64_t{3} << 30;
+    ASSERT_TRUE(session.Start());
+    EXPECT_EQ(session.Deliver().size(), 1u);
+    EXPECT_EQ(session.result, -1);
+}
+
 // 90 pictures of 3000 ticks with key frames 0, 30 and 60 beside 200 audio samples of 1920 ticks.
 Movie LongMovie(const Bytes& stss) {
     Movie movie{.tracks = {VideoTrack(90), AudioTrack(200)}};

@@ -5,6 +5,7 @@
 
 #include <tuple>
 
+#include "codec/BitReader.h"
 #include "support/Sps.h"
 
 namespace kivmp4::test {
@@ -97,11 +98,32 @@ TEST(H264Sps, KnowsTheLevels) {
         H264SpsInfo info = {};
         info.levelIdc = level;
         EXPECT_EQ(GetMaxDpbFrames(info), 0u);
-        info.picWidthInMbs = info.picHeightInMapUnits = 1;
-        EXPECT_EQ(GetMaxDpbFrames(info), macroblocks) << int{level};
+        info.picWidthInMbs = 2, info.picHeightInMapUnits = 3;
+        EXPECT_EQ(GetMaxDpbFrames(info), macroblocks / 6) << int{level};
         UpgradeLevel(info, 0);
         EXPECT_EQ(info.levelIdc, raised) << int{level};
     }
+}
+
+// Four pictures fit level 1 at this size. A level is too low for a stream that says that it needs less.
+TEST(H264Sps, RaisesTheLevelForFewerPicturesOnly) {
+    const std::tuple<uint32_t, uint32_t, uint8_t> cases[] = {{3, 3, 11}, {4, 4, 10}, {5, 4, 10}};
+    for (const auto& [stated, buffered, level] : cases) {
+        const H264SpsInfo info = Analyse({.buffering = stated});
+        EXPECT_EQ(info.maxDecFrameBuffering, buffered) << stated;
+        EXPECT_EQ(info.levelIdc, level) << stated;
+    }
+}
+
+TEST(BitReader, ReadsACodeUpToTheLastBit) {
+    const uint8_t flagAndSeven[] = {0b1'0001'000};
+    BitReader bits({flagAndSeven, 1}, 0);
+    uint8_t set = 0;
+    uint32_t value = 0;
+    EXPECT_TRUE(bits.ReadFlag(set));
+    EXPECT_TRUE(bits.ReadExpGolombCode(31, value));
+    EXPECT_EQ(value, 7u);
+    EXPECT_FALSE(bits.ReadFlag(set));
 }
 
 }  // namespace

@@ -20,6 +20,18 @@ struct Arena {
     Heap* heap;
 };
 
+// A player's block may begin anywhere.
+TEST(Heap, AlignsWhereverItsMemoryBegins) {
+    std::vector<uint8_t> memory(8192);
+    for (size_t start = 0; start < 32; start++) {
+        Heap* heap = Heap::Create(memory.data() + start, 8000);
+        ASSERT_NE(heap, nullptr) << start;
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(heap) % alignof(Heap), 0u) << start;
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(heap->Allocate(100)) % 16, 0u) << start;
+        heap->Delete();
+    }
+}
+
 TEST(Heap, KeepsBlocksApartAndComesBackWhole) {
     Arena arena(1 << 20);
     Heap& heap = *arena.heap;
