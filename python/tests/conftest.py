@@ -9,6 +9,7 @@ import pytest
 ROOT = pathlib.Path(__file__).parents[2]
 sys.path.insert(0, str(ROOT / "python"))
 os.environ.setdefault("KIVMP4_LIBRARY", str(ROOT / "build" / "libkivmp4.so"))
+os.environ.setdefault("KIVMP4_COMMAND", str(ROOT / "build" / "kivmp4"))
 
 _VIDEO = "-f lavfi -i testsrc2=size=128x96:rate=25:duration=1.2"
 _SOUND = "-f lavfi -i sine=frequency=440:sample_rate=44100:duration=1.2"

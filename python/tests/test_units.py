@@ -1,8 +1,10 @@
-"""What the Python module delivers of each clip, beside what ffprobe tells and the file's own bytes."""
+"""What the Python module delivers of each clip, beside what ffprobe and the command tell and the file's own bytes."""
 import io
 import json
+import os
 import subprocess
 import threading
+import zlib
 
 import pytest
 from conftest import CLIPS
@@ -252,3 +254,24 @@ def test_winding_reads_nothing_ahead(clips):
         f.rewind()
         list(f)
         assert Counted.readers - {main}  # the library's own thread reads ahead again
+
+
+@pytest.mark.parametrize("name", CLIPS)
+def test_the_command_sees_the_same(clips, name):
+    def command(*arguments):
+        return json.loads(subprocess.run([os.environ["KIVMP4_COMMAND"], *arguments, "--json", str(clips[name])], check=True,
+                                         capture_output=True).stdout)
+
+    info, packets = command("info"), command("packets", "--hash")["packets"]
+    with kivmp4.open(clips[name]) as f:
+        assert f.duration == info["duration"]
+        assert len(f.tracks) == info["track_count"]
+        for track, told in zip(f.tracks, info["tracks"]):
+            assert (track.index, track.codec.name.lower()) == (told["index"], told["codec_name"])
+            assert track.language == told["language"]
+            for field in ("width", "height", "profile", "level", "sample_rate", "channels"):
+                assert field not in told or getattr(track, field) == told[field], field
+        units = [(unit.track.index, unit.pts, unit.dts, unit.duration, len(unit.payload), unit.is_sync,
+                  f"{zlib.crc32(unit.payload):08x}") for unit in f.units()]
+    assert units == [(each["track"], each["pts"], each["dts"], each["duration"], each["size"], "K" in each["flags"],
+                      each["crc32"]) for each in packets]
