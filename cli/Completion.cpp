@@ -103,7 +103,7 @@ _kivmp4() {{
 {}        *) _arguments{} '*:file:_files' ;;
     esac
 }}
-compdef _kivmp4 kivmp4
+if [ "$funcstack[1]" = _kivmp4 ]; then _kivmp4 "$@"; else compdef _kivmp4 kivmp4; fi
 )",
                        names, ZshOptions(app), cases, ZshOptions(app));
 }
