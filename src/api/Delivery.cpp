@@ -33,7 +33,8 @@ int32_t FetchUnit(TrackCursor& cursor, FileMovie* movie, AccessUnit* unit) {
     unit->dts = track.GetDecodeTime(sample);
     unit->pts = WrapAdd(unit->dts, track.GetCompositionOffset(sample));
     unit->isVideo = track.IsVideo() ? 1 : 0;
-    cursor.MoveTo(sample + 1);
+    // A forged key-frame table can lead to the last number that there is; the track is at its end there too.
+    cursor.MoveTo(sample < INT32_MAX ? sample + 1 : sample);
     return 0;
 }
 
