@@ -37,7 +37,7 @@ const std::vector<Rule>& Rules() {
         {"unsupported-track", Warning, "a track's format is not supported", "ffmpeg -i FILE converted.mp4", nullptr},
         {"encrypted-track", Warning, "a track is encrypted", "a player with the key is needed", nullptr},
         {"disabled-track", Note, "a track is marked as disabled and not played",
-         "ffmpeg -i FILE -map 0 -c copy -disposition:a default enabled.mp4 enables it", nullptr},
+         "if it should be played: ffmpeg -i FILE -map 0 -c copy -disposition:a default enabled.mp4 enables it", nullptr},
         {"parameter-sets", Error, "H.264 parameter sets are missing or cut off in avcC", kRepack, nullptr},
         {"timescale-zero", Error, "a timescale is 0", kEncoder, nullptr},
         {"edit-ignored", Note, "an edit list that is not applied moves a track or cuts it",

@@ -54,14 +54,13 @@ Picture BytesPicture(const Survey& survey) {
     const uint64_t index = survey.movie.moov ? survey.movie.moov->size : 0;
     add(render::kInk, "index", index);
 
-    Picture picture{"bytes", "Whose bytes are in the file",
-                    "The whole file, sorted by what its bytes are for. What stays empty is everything else.", ""};
-    if (static_cast<double>(survey.ignoredBytes) > 0.1 * size)
+    Picture picture{"bytes", "Whose bytes are in the file", "The whole file, sorted by what its bytes are for.", ""};
+    if (survey.IsCrowded())
         picture.verdict = fmt::format(
-            "{} of the file belong to tracks that are not played ({}). They lie between the units that are "
-            "played, so a player reads them for nothing or jumps over them again and again. On a card or over a "
-            "network both take time that playing does not have.",
-            Share(static_cast<double>(survey.ignoredBytes), size), survey.ignored.size());
+            "{} of the file belongs to {} not played. They lie between what is played, so a player "
+            "reads them for nothing or jumps over them again and again, which takes time on a "
+            "card or over a network.",
+            Share(static_cast<double>(survey.ignoredBytes), size), IgnoredTracks(survey));
     picture.plots.push_back(std::move(plot));
     return picture;
 }
@@ -95,7 +94,7 @@ Picture MapPicture(const Survey& survey) {
     Picture picture{
         "map", "Interleaving: place in the file over time",
         "Each line is a track: which place of the file it has reached at which time of the film. Lines that "
-        "lie on each other are read together; where they part, a player must jump between them.",
+        "lie on each other are read together, with all that lies between; where they part, a player must jump.",
         ""};
     if (survey.played.size() > survey.Drawn().size())
         picture.verdict = fmt::format("Drawn are the first {} of {} played tracks.", kDrawn, survey.played.size());
@@ -156,12 +155,12 @@ Picture CloseUpPicture(const Survey& survey) {
         std::vector<bool> covered(columns.count);
         for (const Lane& lane : survey.ignored)
             Cover(lane, columns, covered);
-        draw(render::kFaint, "not played", covered);
+        draw(render::kFaint, fmt::format("not played ({})", cli::Count(survey.ignored.size(), "track")), covered);
     }
     Picture picture{
         "closeup", "Close-up of the interleaving",
         fmt::format("{} of the file from byte {} (0x{:x}) on, to scale: where the samples of each track lie. "
-                    "The shaded stretch is what the library reads ahead (192 KiB).",
+                    "The shaded stretch is as much as is read ahead (192 KiB).",
                     render::Label(static_cast<double>(size), Unit::Bytes), start, start),
         ""};
     if (touched < columns.count / 2)
@@ -210,7 +209,7 @@ Picture DistancePicture(const Survey& survey) {
     plot.Dots(render::kWarn, marks);
     Picture picture{"distance", "Distance between the tracks",
                     "At each time, how far in the file a track lies past the one that comes first. Inside the shaded "
-                    "band everything that is due is in memory already. Dots at the top mark times at which it is not.",
+                    "band all that is due is read in one go. Dots at the top mark times at which it is not.",
                     ""};
     if (survey.widest.bytes > kReadAhead)
         picture.verdict = fmt::format(
@@ -218,8 +217,9 @@ Picture DistancePicture(const Survey& survey) {
             "before the other, and has to keep it meanwhile; if it cannot, sound or picture stops.",
             TimeText(survey.widest.time), cli::FormatBytes(survey.widest.bytes));
     else
-        picture.verdict = fmt::format("At most {}, at {}: well interleaved.", cli::FormatBytes(survey.widest.bytes),
-                                      TimeText(survey.widest.time));
+        picture.verdict = fmt::format(
+            "At most {}, at {}: {}.", cli::FormatBytes(survey.widest.bytes), TimeText(survey.widest.time),
+            survey.IsCrowded() ? "close together, but for what is not played between them" : "well interleaved");
     picture.plots.push_back(std::move(plot));
     return picture;
 }

@@ -71,7 +71,7 @@ void AddReading(const Contents& contents, std::vector<Remark>& remarks) {
         if (phase.name == "open" && phase.duration > 1)
             remarks.push_back(
                 {"warning", fmt::format("Opening takes {}: the device has to read {} in {} first "
-                                        "(<a href=\"#reading\">reading</a>).",
+                                        "(<a href=\"#reading\">what the device has to read</a>).",
                                         Seconds(phase.duration), read, cli::Count(totals.reads, "piece"))});
         if (phase.name != "play")
             continue;
@@ -79,17 +79,24 @@ void AddReading(const Contents& contents, std::vector<Remark>& remarks) {
         if (phase.duration > film * 0.8)
             remarks.push_back(
                 {"warning", fmt::format("Reading {} of film takes {}: this device is too slow for the file "
-                                        "(<a href=\"#reading\">reading</a>).",
+                                        "(<a href=\"#reading\">what the device has to read</a>).",
                                         Seconds(film), Seconds(phase.duration))});
         if (phase.delivered > 0 && totals.bytes > phase.delivered * 3 / 2)
             remarks.push_back(
                 {"warning",
-                 fmt::format("To play {} of units the device reads {} in {}, {:.1f} times as much: units that "
-                             "are played do not lie one after the other "
-                             "(<a href=\"#reading\">reading</a>).",
-                             cli::FormatBytes(phase.delivered), read, cli::Count(totals.reads, "piece"),
+                 fmt::format("A trial reads {} in {} to play {}, {:.1f} times as much: what is played does not lie "
+                             "one after the other (<a href=\"#reading\">what the device has to read</a>).",
+                             read, cli::Count(totals.reads, "piece"), cli::FormatBytes(phase.delivered),
                              static_cast<double>(totals.bytes) / static_cast<double>(phase.delivered))});
     }
+}
+
+// What copies the tracks that are played, and no others.
+std::string WithoutIgnored(const Contents& contents) {
+    std::string command = "ffmpeg -i " + contents.source.Name();
+    for (const Lane& lane : contents.survey.played)
+        command += fmt::format(" -map 0:{}", lane.track->trakIndex);
+    return command + " -c copy -movflags +faststart played.mp4";
 }
 
 std::string RemarksOf(const Contents& contents) {
@@ -98,11 +105,14 @@ std::string RemarksOf(const Contents& contents) {
         remarks.push_back({"error", "The library does not open this file: " + Markup(contents.refusal) + "."});
     AddFindings(contents, remarks);
     const Survey& survey = contents.survey;
-    const double ignored = static_cast<double>(survey.ignoredBytes), size = static_cast<double>(survey.FileSize());
-    if (ignored > 0.1 * size)
-        remarks.push_back({"warning", fmt::format("{} of the file belong to tracks that are not played ({}), and a "
-                                                  "player has to pass over them (<a href=\"#bytes\">whose bytes</a>).",
-                                                  Share(ignored, size), survey.ignored.size())});
+    if (survey.IsCrowded())
+        remarks.push_back(
+            {"warning",
+             fmt::format("{} of the file belongs to {} not played, and a player has to read over "
+                         "them or jump (<a href=\"#bytes\">whose bytes are in the file</a>). "
+                         "{} leaves them out.",
+                         Share(static_cast<double>(survey.ignoredBytes), static_cast<double>(survey.FileSize())),
+                         IgnoredTracks(survey), Markup(WithoutIgnored(contents)))});
     if (contents.trace)
         AddReading(contents, remarks);
     std::stable_sort(remarks.begin(), remarks.end(), [](const Remark& a, const Remark& b) {
@@ -124,7 +134,11 @@ std::string FactsOf(const Contents& contents) {
     std::vector<std::string> facts = {cli::FormatBytes(contents.survey.FileSize())};
     if (contents.view) {
         facts.push_back(cli::FormatTime(contents.view->player.Duration()));
-        facts.push_back(cli::FormatRate(contents.view->BitRate()));
+        double played = 0;
+        for (const Lane& lane : contents.survey.played)
+            played += lane.BitRate();
+        facts.push_back(cli::FormatRate(contents.view->BitRate()) +
+                        (contents.survey.IsCrowded() ? ", of which " + cli::FormatRate(played) + " are played" : ""));
     }
     if (movie.moov)
         facts.push_back(movie.MoovFirst() ? "index first (fast start)" : "index last");
@@ -150,8 +164,11 @@ std::string PhaseTable(const Contents& contents) {
         for (const uint64_t count :
              {totals.reads, totals.Of(cli::Cause::Ahead), totals.Of(cli::Cause::Jump), totals.Of(cli::Cause::Raw)})
             table.Number(std::to_string(count));
-        for (const uint64_t bytes : {totals.bytes, phase.delivered, totals.Waste(phase)})
-            table.Number(cli::FormatBytes(bytes));
+        // Opening delivers nothing and needs what it reads.
+        const bool opening = phase.name == "open";
+        table.Number(cli::FormatBytes(totals.bytes));
+        table.Number(opening ? "" : cli::FormatBytes(phase.delivered));
+        table.Number(opening ? "" : cli::FormatBytes(totals.Waste(phase)));
         table.Number(Seconds(phase.duration));
         table.Number(fmt::format("{:.1f} ms", phase.longest * 1e3));
         table.End();
@@ -209,7 +226,7 @@ std::string TracksHtml(const Contents& contents) {
         table.Cell(track.refusal.empty() ? fmt::format("#{}", number) : "");
         table.Cell(fmt::format("trak[{}]", track.trakIndex));
         table.Number(std::to_string(track.id));
-        table.Cell(Markup(inspect::TypeText(track.handler)));
+        table.Cell(KindName(track));
         table.Cell(Markup(CodecText(track, seen ? &contents.view->tracks[number] : nullptr)));
         table.Number(lane ? std::to_string(lane->facts.units) : "");
         table.Number(lane && lane->track->stss ? std::to_string(lane->facts.keys) : lane ? "all" : "");

@@ -156,12 +156,12 @@ Picture RatePicture(const Survey& survey) {
 }
 
 std::vector<Picture> FramePictures(const Survey& survey) {
-    Picture sizes{"sizes", "Sizes of the pictures",
-                  "The largest picture of each moment, and the key frames, which stand for themselves.", ""};
+    Picture sizes{"sizes", "Sizes of the pictures", "The largest picture of each moment; key frames are drawn apart.",
+                  ""};
     Picture groups{
         "groups", "Key frames",
         "The height of each bar is the time from one key frame to the next one, and the mark at its foot the "
-        "key frame. Players wind from mark to mark, and a seek lands on one.",
+        "key frame. Fast forward goes from mark to mark, and a seek lands on one.",
         ""};
     for (const Lane& lane : survey.played) {
         if (!lane.IsVideo() || sizes.plots.size() == kVideos)

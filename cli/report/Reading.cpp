@@ -49,7 +49,7 @@ render::Plot PhasePlot(const cli::Phase& phase, const std::vector<Run>& runs, ui
         end = std::max(end, runs[i].end);
     }
     render::Plot plot(std::string("Reads while ") + Title(phase.name), {Unit::Time, 0, end},
-                      {runs.empty() ? Unit::None : Unit::Bytes, low, std::max(high, low + 1)}, 130);
+                      {runs.empty() ? Unit::None : Unit::Bytes, low, high + std::max(1.0, (high - low) * 0.08)}, 130);
     plot.Title(fmt::format("{}: {} in {:.3f} s", Title(phase.name), cli::Count(reads, "read"), phase.duration));
     struct Kind {
         cli::Cause cause;
@@ -71,18 +71,33 @@ render::Plot PhasePlot(const cli::Phase& phase, const std::vector<Run>& runs, ui
     return plot;
 }
 
+// What there is to see in it.
+std::string Verdict(const cli::TraceResult& trace, const cli::TraceOptions& options) {
+    std::string verdict;
+    for (size_t i = 0; i < trace.phases.size(); i++) {
+        const cli::Phase& phase = trace.phases[i];
+        const cli::Totals totals = cli::TotalsOf(trace, i);
+        if (phase.name == "open")
+            verdict = fmt::format("Opening reads {} of index in {}, which takes {:.2f} s. ",
+                                  cli::FormatBytes(totals.bytes), cli::Count(totals.reads, "piece"), phase.duration);
+        if (phase.name == "play")
+            verdict += fmt::format("{:.3g} s of film are read in {:.2f} s.", options.play, phase.duration);
+    }
+    return verdict;
+}
+
 }  // namespace
 
 Picture ReadingPicture(const cli::TraceResult& trace, const cli::TraceOptions& options) {
     Picture picture{
         "reading", "What the device has to read",
-        fmt::format("The library opens the file, plays {:.3g} s of it, seeks {} times and winds over {} key "
-                    "frames, on a device that takes {:g} ms for each request and sends {:g} MB a second. Each "
-                    "stroke is a stretch that was read without a gap: how long it took, and which part of "
-                    "the file it was. The library reads ahead, jumps, or reads on demand while the player "
-                    "waits.",
-                    options.play, options.seeks, options.steps, options.device.latency, options.device.bandwidth),
-        ""};
+        fmt::format(
+            "A trial on a device that takes {:g} ms for each request and sends {:g} MB a second: opening the file, "
+            "playing {:.3g} s of it, seeking {} times, fast forward over {} key frames. Each stroke is a stretch "
+            "that was read without a gap: across the time that it took, upward its place in the file. It was read "
+            "ahead, after a jump, or on demand while the player waited.",
+            options.device.latency, options.device.bandwidth, options.play, options.seeks, options.steps),
+        Verdict(trace, options)};
     double begin = 0;
     for (size_t i = 0; i < trace.phases.size(); i++) {
         const auto reads = std::count_if(trace.reads.begin(), trace.reads.end(),

@@ -10,6 +10,13 @@ namespace {
 // Samples of tracks that are not played: forged tables could keep the report busy for hours.
 constexpr uint64_t kMostIgnored = 1u << 24;
 
+Lane LaneOf(const inspect::Movie& movie, const inspect::Track& track, const std::string& name, render::Colour colour) {
+    const double delay = static_cast<double>(inspect::AppliedDelay(movie, track)) / 90000;
+    return {&track, name, colour, delay, inspect::FactsOf(movie.Source(), track)};
+}
+
+}  // namespace
+
 const char* KindName(const inspect::Track& track) {
     switch (track.MediaKind()) {
         case inspect::Kind::Video: return "video";
@@ -18,12 +25,10 @@ const char* KindName(const inspect::Track& track) {
     }
 }
 
-Lane LaneOf(const inspect::Movie& movie, const inspect::Track& track, const std::string& name, render::Colour colour) {
-    const double delay = static_cast<double>(inspect::AppliedDelay(movie, track)) / 90000;
-    return {&track, name, colour, delay, inspect::FactsOf(movie.Source(), track)};
+std::string IgnoredTracks(const Survey& survey) {
+    const size_t count = survey.ignored.size();
+    return fmt::format("{} track{}", count, count == 1 ? " that is" : "s that are");
 }
-
-}  // namespace
 
 Survey::Survey(const inspect::Movie& of) : movie(of), widest(inspect::WidestDistance(of)) {
     uint64_t samples = 0;

@@ -43,10 +43,17 @@ struct Survey {
     uint64_t ignoredBytes = 0;  // in the file, of tracks that are not played
     inspect::Distance widest;   // between played tracks
 
+    /// Much of the file is for tracks that are not played.
+    bool IsCrowded() const { return ignoredBytes > FileSize() / 10; }
     uint64_t FileSize() const { return movie.Source().Size(); }
     /// The first played tracks, as many as are drawn.
     std::vector<const Lane*> Drawn() const;
 };
+
+/// "video", "audio" or "other"
+const char* KindName(const inspect::Track& track);
+/// "1 track that is", "7 tracks that are"
+std::string IgnoredTracks(const Survey& survey);
 
 /// Calls `visit` with each sample of the lane.
 template <typename Visit>

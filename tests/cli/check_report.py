@@ -171,8 +171,9 @@ def check_badly_laid_out(demo):
     subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", demo, "-map", "0", "-map", "0:a", "-c", "copy", "-disposition:a:1", "0",
                     "-movflags", "faststart", "two.mp4"], check=True)
     page = report("two.mp4")
-    page.says("remarks", "belong to tracks that are not played (1)")
-    page.says("closeup", "not played")
+    page.says("remarks", "belongs to 1 track that is not played")
+    page.says("remarks", "-map 0:0 -map 0:1 -c copy")
+    page.says("closeup", "not played (1 track)")
     page.says("tracks", "disabled")
 
 
