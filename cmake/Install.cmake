@@ -6,6 +6,11 @@ install(FILES ${PROJECT_SOURCE_DIR}/include/KivMp4.h DESTINATION ${CMAKE_INSTALL
 install(TARGETS kivmp4_shared kivmp4_static EXPORT KivMp4Targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+# For any linker, and without the paths of the machine that built it.
+if(CMAKE_OBJCOPY AND NOT IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+  install(CODE "execute_process(COMMAND ${CMAKE_OBJCOPY} -R .gnu.lto_* -R .gnu.debuglto_*
+                \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libkivmp4.a\" COMMAND_ERROR_IS_FATAL ANY)" COMPONENT development)
+endif()
 install(EXPORT KivMp4Targets NAMESPACE KivMp4:: DESTINATION ${package_dir} COMPONENT development)
 
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/KivMp4Config.cmake.in ${PROJECT_BINARY_DIR}/KivMp4Config.cmake

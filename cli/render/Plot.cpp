@@ -41,7 +41,7 @@ Colour ColourOf(size_t number) {
 }
 
 Plot::Plot(std::string what, Axis x, Axis y, uint32_t pixels)
-    : label(std::move(what)), xAxis(std::move(x)), yAxis(std::move(y)), height(pixels) {}
+    : label(std::move(what)), xAxis(x), yAxis(y), height(pixels) {}
 
 double Plot::X(double value) const {
     return std::clamp((value - xAxis.low) / (xAxis.high - xAxis.low), 0.0, 1.0) * kAcross;

@@ -14,7 +14,7 @@ cd "$source"
     awk '/^KIVMP4_API/ { inside = 1 } inside { ends = sub(";", " { __builtin_trap(); }"); print; inside = !ends }' \
         include/KivMp4.h
 } >"$directory/exports.c"
-"$cc" -g -O0 -fPIC -shared -Iinclude "$directory/exports.c" -o "$directory/libkivmp4.so" -Wl,-soname,libkivmp4.so.1
+"$cc" -g -O0 "-fdebug-prefix-map=$directory=." -fPIC -shared -Iinclude "$directory/exports.c" -o "$directory/libkivmp4.so" -Wl,-soname,libkivmp4.so.1
 if [ "${3-}" = --write ]; then
     abidw --no-corpus-path --no-comp-dir-path --no-show-locs "$directory/libkivmp4.so" >"$pinned"
     exit 0

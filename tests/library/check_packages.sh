@@ -22,7 +22,6 @@ version=$(sed -n 's/^#define KIVMP4_VERSION "\(.*\)"/\1/p' "$source/include/KivM
 cat >"$root/trial/run" <<'RUN'
 set -eu
 cd /trial
-find /usr /etc -not -path '*/__pycache__*' | sort >before
 apt-get update -qq
 # Their dependencies come from Debian; nothing else may be needed.
 DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends ./*.deb >apt.log 2>&1 || { cat apt.log; exit 1; }
