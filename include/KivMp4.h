@@ -285,7 +285,8 @@ KIVMP4_API int32_t KivMp4GetNextSyncUnit(Mp4Demux* demux, AccessUnit* unit);
 KIVMP4_API int32_t KivMp4GetPrevSyncUnit(Mp4Demux* demux, AccessUnit* unit);
 
 /** Moves all tracks, disabled ones too, to a presentation time: video to the nearest key frame, counted in samples, or
- *  past the last key frame to the picture itself, the others to the time of that frame. The last enabled video track leads, without one the first enabled track that has units left.
+ *  past the last key frame to the picture itself, the others to the time of that frame. The last enabled video track
+ *  leads, without one the first enabled track that has units left.
  *  @param presentationTime  90 kHz ticks, without the leading track's delay by an edit list: subtract it from a `pts`
  *  @return KIVMP4_OK; KIVMP4_ERROR without tracks; KIVMP4_NOWHERE when the time lies at or past the last sample's or
  *          before 0, the video track stands at its end, it has no table of key frames (every frame is one then: no jump
