@@ -281,7 +281,7 @@ KIVMP4_API int32_t KivMp4GetNextUnit(Mp4Demux* demux, AccessUnit* unit);
  *          key frames names a sample that the track does not have */
 KIVMP4_API int32_t KivMp4GetNextSyncUnit(Mp4Demux* demux, AccessUnit* unit);
 
-/** As KivMp4GetNextSyncUnit, backward. At the first key frame, and past the last one, it delivers the first key frame. */
+/** As KivMp4GetNextSyncUnit, backward. At the first key frame and past the last one it delivers the first key frame. */
 KIVMP4_API int32_t KivMp4GetPrevSyncUnit(Mp4Demux* demux, AccessUnit* unit);
 
 /** Moves all tracks, disabled ones too, to a presentation time: video to the nearest key frame, counted in samples, or
