@@ -51,7 +51,7 @@ void AddFrames(std::vector<Key>& keys, const std::vector<inspect::KeyFrame>& fra
     for (Key& key : keys) {
         if (key.number > frames.size())
             continue;
-        const inspect::KeyFrame& frame = frames[key.number - 1];
+        const inspect::KeyFrame& frame = frames[static_cast<size_t>(key.number - 1)];
         if (IsNear(key.pts, inspect::ToTicks(frame.sample.cts, track.timescale) + delay))
             key.frame = &frame;
     }

@@ -51,7 +51,7 @@ inline Bytes Payload(const inspect::File& file, const inspect::Track& track, con
     Put out;
     inspect::Fields fields(bytes);
     while (fields.Left())
-        out.U32(1).Raw(fields.Take(fields.Unsigned(static_cast<int>(lengthSize))));
+        out.U32(1).Raw(fields.Take(static_cast<size_t>(fields.Unsigned(static_cast<int>(lengthSize)))));
     return out;
 }
 

@@ -64,7 +64,8 @@ public:
         while ((status = source->Read(offset, size, got.data())) == ReadStatus::NotReady && !stopped)
             platform::DelayMicroseconds(90);
         if (status == ReadStatus::Done)
-            Require(std::equal(got.begin(), got.end(), Content().begin() + offset), "wrong bytes");
+            Require(std::equal(got.begin(), got.end(), Content().begin() + static_cast<std::ptrdiff_t>(offset)),
+                    "wrong bytes");
         return status;
     }
     void Expect(int64_t offset, int64_t size) {
@@ -103,7 +104,7 @@ private:
             return 0;
         const uint32_t count = reads.size() == shortRead ? size - 1 : size;
         reads.push_back(offset);
-        std::copy_n(Content().begin() + offset, count, static_cast<uint8_t*>(destination));
+        std::copy_n(Content().begin() + static_cast<std::ptrdiff_t>(offset), count, static_cast<uint8_t*>(destination));
         return count;
     }
     int64_t AnswerSize() {
