@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <charconv>
+#include <cmath>
 #include <string_view>
 #include <type_traits>
 
@@ -100,7 +101,7 @@ std::optional<TimeArgument> ParseTime(const std::string& text) {
     const auto seconds = ParseClock(text);
     if (!seconds || *seconds > kMostSeconds)
         return std::nullopt;
-    argument.ticks = static_cast<int64_t>(*seconds * static_cast<double>(kTicksPerSecond) + 0.5);
+    argument.ticks = std::llround(*seconds * static_cast<double>(kTicksPerSecond));
     return argument;
 }
 

@@ -175,6 +175,7 @@ Picture DistancePicture(const Survey& survey) {
                                          [](const Lane* a, const Lane* b) { return a->facts.units < b->facts.units; });
     const Columns columns = ColumnsFor(survey, **fewest);
     std::vector<render::Series> ahead;
+    ahead.reserve(drawn.size());
     for (const Lane* lane : drawn)
         ahead.push_back({lane->colour, lane->name, std::vector<double>(columns.count, -1), Unit::Bytes});
     std::vector<bool> exceeded(columns.count);

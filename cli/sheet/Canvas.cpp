@@ -75,8 +75,8 @@ std::string DrawSheet(const SheetForm& form, std::vector<Cell>& cells) {
     cairo_paint(cairo);
     Write(cairo, form.title, kGap, kTitle - 11.0, kTitleSize);
     for (int i = 0; i < count; i++) {
-        const double x = kGap + i % columns * (form.width + kGap);
-        const double y = kTitle + i / columns * (form.height + kCaption + kGap);
+        const int column = i % columns, row = i / columns;
+        const double x = kGap + column * (form.width + kGap), y = kTitle + row * (form.height + kCaption + kGap);
         cairo_save(cairo);
         cairo_translate(cairo, x, y);
         cairo_rectangle(cairo, 0, 0, form.width, form.height);
