@@ -120,8 +120,7 @@ void PrintInfo(const FileView& file, const InfoArguments& arguments, Output& out
     }
     if (file.tracks.size() > 1)
         out.Print("  interleaving: largest distance {} at {} (read-ahead window 192 KiB)  {}\n",
-                  FormatBytes(file.distance.bytes),
-                  FormatTime(static_cast<int64_t>(file.distance.time * static_cast<double>(kTicksPerSecond))),
+                  FormatBytes(file.distance.bytes), FormatTime(inspect::ToTicks(file.distance.time)),
                   file.distance.bytes <= kReadAhead ? "ok" : out.Painted(Paint::Yellow, "too wide"));
     for (const check::Finding& loss : file.losses)
         out.Print("  {}: {}\n",

@@ -1,5 +1,6 @@
 // kivmp4 keys: steps through the key frames as a player winds forward or backward.
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 #include "Commands.h"
@@ -44,7 +45,10 @@ std::vector<Key> StepBackward(Player& player, AccessUnit& unit) {
 }
 
 // The library's times are of single precision: 24 bits of them are right.
-bool IsNear(int64_t a, int64_t b) { return std::abs(a - b) <= 2 + (std::abs(b) >> 22); }
+bool IsNear(int64_t a, int64_t b) {
+    const auto x = static_cast<double>(a), y = static_cast<double>(b);
+    return std::abs(x - y) <= 2 + std::abs(y) / (1 << 22);
+}
 
 void AddFrames(std::vector<Key>& keys, const std::vector<inspect::KeyFrame>& frames, const inspect::Track& track,
                int64_t delay) {

@@ -1,5 +1,6 @@
 // kivmp4 seek: jumps to each time and tells where each track lands, and why there.
-#include <cstdlib>
+#include <cmath>
+#include <limits>
 #include <map>
 
 #include "Commands.h"
@@ -54,11 +55,13 @@ Neighbours Look(const Source& source, uint32_t index, const AccessUnit& unit, in
         return found;
     const int64_t delay = Delay(source, index);
     inspect::SampleWalk walk(*track);
-    int64_t nearest = INT64_MAX, shown = INT64_MIN;
+    double nearest = std::numeric_limits<double>::max();
+    int64_t shown = INT64_MIN;
     for (inspect::Sample sample; walk.Next(sample);) {
         const int64_t pts = inspect::ToTicks(sample.cts, track->timescale) + delay;
         // The library's times are of single precision, so the nearest one is meant.
-        const int64_t distance = std::abs(inspect::ToTicks(sample.dts, track->timescale) + delay - unit.dts);
+        const int64_t dts = inspect::ToTicks(sample.dts, track->timescale) + delay;
+        const double distance = std::abs(static_cast<double>(dts) - static_cast<double>(unit.dts));
         if (distance < nearest) {
             nearest = distance;
             found.landed = sample;

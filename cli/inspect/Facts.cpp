@@ -48,7 +48,11 @@ std::vector<KeyFrame> KeyFramesOf(const Track& track) {
 
 int64_t AppliedDelay(const Movie& movie, const Track& track) {
     const bool applied = track.edits.size() == 2 && track.edits[0].mediaTime == -1 && track.edits[1].mediaTime == 0;
-    return applied && movie.timescale ? static_cast<int64_t>(track.edits[0].duration * 90000 / movie.timescale) : 0;
+    if (!applied || !movie.timescale)
+        return 0;
+    // The product wraps, as the module's does.
+    const auto delay = static_cast<int64_t>(track.edits[0].duration * 90000 / movie.timescale);
+    return std::clamp(delay, -kMostTicks, kMostTicks);
 }
 
 void WalkByTime(const Movie& movie, const std::function<void(double time, const std::vector<DueSample>& due)>& visit) {

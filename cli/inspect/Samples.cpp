@@ -1,6 +1,8 @@
 // The samples of a track one after the other, worked out from its tables without an array of them.
 #include "inspect/Samples.h"
 
+#include <algorithm>
+
 namespace kivmp4::inspect {
 
 SampleWalk::SampleWalk(const Track& of) : track(&of) {}
@@ -72,8 +74,19 @@ std::vector<Sample> ListSamples(const Track& track) {
     return samples;
 }
 
+namespace {
+
+int64_t Limited(double ticks) {
+    constexpr auto kMost = static_cast<double>(kMostTicks);
+    return static_cast<int64_t>(std::clamp(ticks, -kMost, kMost));
+}
+
+}  // namespace
+
+int64_t ToTicks(double seconds) { return Limited(seconds * 90000); }
+
 int64_t ToTicks(int64_t units, uint32_t timescale) {
-    return timescale ? static_cast<int64_t>(static_cast<double>(units) * (90000.0 / timescale)) : 0;
+    return timescale ? Limited(static_cast<double>(units) * (90000.0 / timescale)) : 0;
 }
 
 }  // namespace kivmp4::inspect

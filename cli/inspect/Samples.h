@@ -48,6 +48,10 @@ private:
 
 std::vector<Sample> ListSamples(const Track& track);
 
+/// 400,000 years in 90 kHz ticks. Longer times, which forged tables have, count as this, so that sums of them fit.
+constexpr int64_t kMostTicks = int64_t{1} << 60;
+
+int64_t ToTicks(double seconds);
 /// Media units in 90 kHz ticks, cut off; 0 when the timescale is.
 int64_t ToTicks(int64_t units, uint32_t timescale);
 

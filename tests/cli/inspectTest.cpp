@@ -147,6 +147,24 @@ TEST(Inspect, BelievesNoCount) {
     EXPECT_EQ(inspect::ListSamples(track).size(), bytes.size() + 1);
 }
 
+// Forged tables have times that no number of ticks can tell.
+TEST(Inspect, TimesEndWhereTicksDo) {
+    using inspect::kMostTicks, inspect::ToTicks;
+    const struct {
+        int64_t ticks, expected;
+    } kCases[] = {
+        {ToTicks(3, 2), 135000},
+        {ToTicks(-1, 44100), -2},
+        {ToTicks(7, 0), 0},
+        {ToTicks(int64_t{1} << 55, 1), kMostTicks},
+        {ToTicks(-(int64_t{1} << 55), 1), -kMostTicks},
+        {ToTicks(1.5), 135000},
+        {ToTicks(1e18), kMostTicks},
+    };
+    for (const auto& each : kCases)
+        EXPECT_EQ(each.ticks, each.expected);
+}
+
 TEST(Inspect, FindsWhereBoxesLie) {
     const Bytes inner =
         Join({Box("free", Bytes(3)), Box("free", {}), Box("udta", Bytes(4)), Box64("trak", Box("tkhd", {}))});
