@@ -1,5 +1,9 @@
 // kivmp4 report: a page with pictures of one file.
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <filesystem>
+#include <optional>
 
 #include "Commands.h"
 #include "Text.h"

@@ -20,10 +20,6 @@ constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
 constexpr uint64_t kCloseUp = 1 << 20;  // bytes
 constexpr uint32_t kRow = 40;           // pixels
 
-std::string TimeText(double seconds) {
-    return cli::FormatTime(static_cast<int64_t>(seconds * static_cast<double>(cli::kTicksPerSecond)));
-}
-
 Axis FileAxis(const Survey& survey) { return {Unit::Bytes, 0, std::max(1.0, static_cast<double>(survey.FileSize()))}; }
 
 void AddLegend(Plot& plot, const Survey& survey) {
@@ -216,10 +212,11 @@ Picture DistancePicture(const Survey& survey) {
         picture.verdict = fmt::format(
             "At {} the tracks are {} apart: more than the library holds. The player gets one track long "
             "before the other, and has to keep it meanwhile; if it cannot, sound or picture stops.",
-            TimeText(survey.widest.time), cli::FormatBytes(survey.widest.bytes));
+            cli::FormatTime(inspect::ToTicks(survey.widest.time)), cli::FormatBytes(survey.widest.bytes));
     else
         picture.verdict = fmt::format(
-            "At most {}, at {}: {}.", cli::FormatBytes(survey.widest.bytes), TimeText(survey.widest.time),
+            "At most {}, at {}: {}.", cli::FormatBytes(survey.widest.bytes),
+            cli::FormatTime(inspect::ToTicks(survey.widest.time)),
             survey.IsCrowded() ? "close together, but for what is not played between them" : "well interleaved");
     picture.plots.push_back(std::move(plot));
     return picture;

@@ -200,7 +200,7 @@ std::string CodecText(const inspect::Track& track, const cli::TrackView* view) {
                                          cli::Count(cli::Channels(*view), "channel"));
 }
 
-const Lane* LaneOf(const Survey& survey, const inspect::Track& track) {
+const Lane* FindLane(const Survey& survey, const inspect::Track& track) {
     for (const std::vector<Lane>* lanes : {&survey.played, &survey.ignored}) {
         for (const Lane& lane : *lanes) {
             if (lane.track == &track)
@@ -221,7 +221,7 @@ std::string TracksHtml(const Contents& contents) {
         const uint32_t number = listed;
         listed += track.refusal.empty();
         const bool seen = contents.view && track.refusal.empty() && number < contents.view->tracks.size();
-        const Lane* lane = LaneOf(contents.survey, track);
+        const Lane* lane = FindLane(contents.survey, track);
         table.Begin();
         table.Cell(track.refusal.empty() ? fmt::format("#{}", number) : "");
         table.Cell(fmt::format("trak[{}]", track.trakIndex));

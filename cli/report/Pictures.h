@@ -28,7 +28,7 @@ std::vector<Picture> FramePictures(const Survey& survey);
 /// The reads of a player, a plot for each phase.
 Picture ReadingPicture(const cli::TraceResult& trace, const cli::TraceOptions& options);
 
-/// Neighbouring pieces of one number: "12 %", "0.4 %".
+/// A part of the whole: "12 %", and below a tenth "0.4 %".
 std::string Share(double part, double whole);
 
 }  // namespace kivmp4::report

@@ -116,8 +116,8 @@ Plot GroupPlot(const Survey& survey, const Lane& lane, const std::vector<Group>&
     size_t filled = 0;  // groups follow each other, so no column is looked at twice in vain
     for (const Group& group : groups) {
         longest = std::max(longest, group.length);
-        const size_t first = columns.Of(group.start),
-                     last = columns.Of(group.start + group.length - columns.Width() / 2);
+        const size_t first = columns.Of(group.start);
+        const size_t last = std::max(first, columns.Of(group.start + group.length - columns.Width() / 2));
         // Wide bars have a gap between them.
         const size_t end = last - first > 4 ? last : last + 1;
         for (size_t column = std::max(first, std::min(filled, last)); column < end; column++)

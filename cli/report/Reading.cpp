@@ -50,7 +50,8 @@ render::Plot PhasePlot(const cli::Phase& phase, const std::vector<Run>& runs, ui
     }
     render::Plot plot(std::string("Reads while ") + Title(phase.name), {Unit::Time, 0, end},
                       {runs.empty() ? Unit::None : Unit::Bytes, low, high + std::max(1.0, (high - low) * 0.08)}, 130);
-    plot.Title(fmt::format("{}: {} in {:.3f} s", Title(phase.name), cli::Count(reads, "read"), phase.duration));
+    plot.Title(fmt::format("{}: {} in {:.3f} s{}", Title(phase.name), cli::Count(reads, "read"), phase.duration,
+                           runs.size() == kMostRuns ? ", not all drawn" : ""));
     struct Kind {
         cli::Cause cause;
         size_t colour;
@@ -100,9 +101,7 @@ Picture ReadingPicture(const cli::TraceResult& trace, const cli::TraceOptions& o
         Verdict(trace, options)};
     double begin = 0;
     for (size_t i = 0; i < trace.phases.size(); i++) {
-        const auto reads = std::count_if(trace.reads.begin(), trace.reads.end(),
-                                         [i](const cli::TracedRead& read) { return read.phase == i; });
-        picture.plots.push_back(PhasePlot(trace.phases[i], RunsOf(trace, i, begin), static_cast<uint64_t>(reads)));
+        picture.plots.push_back(PhasePlot(trace.phases[i], RunsOf(trace, i, begin), cli::TotalsOf(trace, i).reads));
         begin += trace.phases[i].duration;
     }
     return picture;
