@@ -179,7 +179,6 @@ struct Loaded : DataSource {
     }
     int64_t GetSize() override { return static_cast<int64_t>(bytes.size()); }
 
-    Bytes bytes, heap = Bytes(size_t{1} << 20);
     // Look-ups answer the same without memory for their indices.
     void FillHeap() {
         for (size_t size = heap.size(); size > 0; size /= 2) {
@@ -188,6 +187,7 @@ struct Loaded : DataSource {
         }
     }
 
+    Bytes bytes, heap = Bytes(size_t{1} << 20);
     FailingAllocator memory;
     FileMovie* movie;
 };
