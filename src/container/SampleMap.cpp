@@ -7,7 +7,10 @@ namespace kivmp4 {
 namespace {
 
 constexpr int32_t kUnbounded = 0x7FFFFFFF;
-constexpr int64_t kLongRun = 1024;  // below, adding up is as fast as the index
+constexpr uint32_t kStep = SkipIndex<uint64_t>::kStep;
+// Adding up so many sizes takes a few microseconds; the index takes a walk over the whole table, of which a player that
+// jumps once need not touch more than a chunk.
+constexpr int64_t kLongRun = 8192;
 
 }  // namespace
 
@@ -93,17 +96,21 @@ uint32_t SampleMap::EndOfEntry(int32_t entry, uint32_t first) const {
 // @return whether there is an index
 bool SampleMap::SkipToNear(int32_t sample) {
     const uint32_t last = chunkMap.Count() - 1;
-    const auto next = [&](uint64_t first, uint32_t item) -> uint64_t {
-        if (item == last)
-            return first;
-        const int32_t entry = static_cast<int32_t>(item);
-        const int64_t chunks = int64_t{FirstChunk(entry + 1)} - FirstChunk(entry);
-        return chunks < 0 ? UINT64_MAX : first + static_cast<uint64_t>(chunks) * SamplesPerChunk(entry);
+    const auto pass = [&](uint64_t& first, uint32_t item, uint32_t end) {
+        for (; item < std::min(end, last) && first <= INT32_MAX; ++item) {
+            const int32_t entry = static_cast<int32_t>(item);
+            const int64_t chunks = int64_t{FirstChunk(entry + 1)} - FirstChunk(entry);
+            if (chunks < 0)
+                return false;
+            first += static_cast<uint64_t>(chunks) * SamplesPerChunk(entry);
+        }
+        return first <= INT32_MAX;
     };
-    if (!entryFirstSamples.Make(chunkMap.Count(), next, INT32_MAX))
+    if (!entryFirstSamples.Make(chunkMap.Count(), pass))
         return false;
-    const uint32_t block = entryFirstSamples.FindBlock(static_cast<uint32_t>(sample));
-    cacheEntry = static_cast<int32_t>(block * SkipIndex::kStep);
+    const uint32_t wanted = static_cast<uint32_t>(sample);
+    const uint32_t block = entryFirstSamples.LastBlock([=](uint64_t first) { return first <= wanted; });
+    cacheEntry = static_cast<int32_t>(block * kStep);
     cacheFirstSample = static_cast<int32_t>(entryFirstSamples[block]);
     return true;
 }
@@ -116,7 +123,7 @@ void SampleMap::FindChunkEntry(int32_t sample) {
     }
     const int32_t last = static_cast<int32_t>(chunkMap.Count()) - 1;
     for (uint32_t steps = 0; cacheEntry < last; ++steps) {
-        if (steps == SkipIndex::kStep && SkipToNear(sample) && cacheEntry == last)
+        if (steps == kStep && SkipToNear(sample) && cacheEntry == last)
             break;
         cacheEndSample = static_cast<int32_t>(EndOfEntry(cacheEntry, static_cast<uint32_t>(cacheFirstSample)));
         if (sample < cacheEndSample)
@@ -131,11 +138,13 @@ void SampleMap::FindChunkEntry(int32_t sample) {
 uint64_t SampleMap::SizeOfRun(int64_t first, int64_t end) {
     if (constantSize)
         return static_cast<uint64_t>(end - first) * constantSize;
-    constexpr int64_t kStep = SkipIndex::kStep;
     first = std::max<int64_t>(first, 0);
     end = std::min<int64_t>(end, sampleCount);
-    const auto next = [this](uint64_t sum, uint32_t sample) { return sum + sizes.Word(sample); };
-    if (end - first <= kLongRun || !sizeSums.Make(sampleCount, next))
+    const auto pass = [this](uint64_t& sum, uint32_t from, uint32_t to) {
+        sum += PlainSum(from, to);
+        return true;
+    };
+    if (end - first <= kLongRun || !sizeSums.Make(sampleCount, pass))
         return PlainSum(first, end);
     const int64_t from = (first + kStep - 1) / kStep, to = (end - 1) / kStep;
     return PlainSum(first, from * kStep) + sizeSums[static_cast<uint32_t>(to)] - sizeSums[static_cast<uint32_t>(from)] +
@@ -143,10 +152,7 @@ uint64_t SampleMap::SizeOfRun(int64_t first, int64_t end) {
 }
 
 uint64_t SampleMap::PlainSum(int64_t first, int64_t end) const {
-    uint64_t sum = 0;
-    for (; first < end; ++first)
-        sum += sizes.Word(static_cast<uint32_t>(first));
-    return sum;
+    return first < end ? sizes.Sum(static_cast<uint32_t>(first), static_cast<uint32_t>(end)) : 0;
 }
 
 }  // namespace kivmp4

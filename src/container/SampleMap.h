@@ -53,12 +53,12 @@ private:
     int32_t cacheFirstSample = 0;
     int32_t cacheEndSample = 0;
     int32_t cacheEntry = 0;
-    SkipIndex entryFirstSamples;  // of "stsc"
+    SkipIndex<uint64_t> entryFirstSamples;  // of "stsc"
     // The last sample found: delivery asks for the next one of its chunk, or for the same again.
     int32_t knownSample = -1;
     int64_t knownChunkEnd = 0;
     uint64_t knownOffset = 0;
-    SkipIndex sizeSums;  // bytes of all samples before
+    SkipIndex<uint64_t> sizeSums;  // bytes of all samples before
 };
 
 }  // namespace kivmp4

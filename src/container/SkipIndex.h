@@ -9,7 +9,9 @@
 namespace kivmp4 {
 
 /// Made by the first look-up that would walk far. Short tables need none, and without memory for it there is none: then
-/// callers walk. The values ascend from 0.
+/// callers walk.
+/// @tparam Place  what a walk knows before an item; all zero before the first
+template <typename Place>
 class SkipIndex {
 public:
     static constexpr uint32_t kStep = 64;
@@ -17,41 +19,42 @@ public:
     SkipIndex() = default;
     SkipIndex(const SkipIndex&) = delete;
     SkipIndex& operator=(const SkipIndex&) = delete;
-    ~SkipIndex() { ModuleFree(values); }
+    ~SkipIndex() { ModuleFree(places); }
 
     /// Walks all items once, by its first call.
-    /// @param next   the value after an item, from the value before it and the item's number; not below that value
-    /// @param limit  a value above it makes an index useless: there is none then
+    /// @param pass  moves a place past the items from one number to before another; false when an index would be useless:
+    ///              there is none then
     /// @return whether there is an index
-    template <typename Next>
-    bool Make(uint32_t items, Next next, uint64_t limit = UINT64_MAX) {
+    template <typename Pass>
+    bool Make(uint32_t items, Pass pass) {
         if (tried || items <= kStep)
-            return values != nullptr;
+            return places != nullptr;
         tried = true;
         blocks = (items - 1) / kStep + 1;
-        values = static_cast<uint64_t*>(ModuleAllocRaw(alignof(uint64_t), size_t{blocks} * sizeof(uint64_t)));
-        uint64_t value = 0;
-        for (uint32_t item = 0; values && item < items; ++item) {
-            if (item % kStep == 0)
-                values[item / kStep] = value;
-            value = next(value, item);
-            if (value > limit) {
-                ModuleFree(values);
-                values = nullptr;
+        places = static_cast<Place*>(ModuleAllocRaw(alignof(Place), size_t{blocks} * sizeof(Place)));
+        Place place = {};
+        for (uint32_t block = 0; places && block < blocks; ++block) {
+            places[block] = place;
+            const uint32_t first = block * kStep;
+            if (!pass(place, first, std::min(items - first, kStep) + first)) {
+                ModuleFree(places);
+                places = nullptr;
             }
         }
-        return values != nullptr;
+        return places != nullptr;
     }
 
-    /// @return the last block of kStep items that begins with a value not above `wanted`
-    uint32_t FindBlock(uint64_t wanted) const {
-        return static_cast<uint32_t>(std::upper_bound(values, values + blocks, wanted) - values) - 1;
+    /// @param holds  true of the first place, and of none after one of which it is false
+    /// @return the last block of kStep items whose place it holds of
+    template <typename Holds>
+    uint32_t LastBlock(Holds holds) const {
+        return static_cast<uint32_t>(std::partition_point(places, places + blocks, holds) - places) - 1;
     }
-    /// @return the value before the block's first item
-    uint64_t operator[](uint32_t block) const { return values[block]; }
+    /// @return the place before the block's first item
+    const Place& operator[](uint32_t block) const { return places[block]; }
 
 private:
-    uint64_t* values = nullptr;  // owned; one for each block
+    Place* places = nullptr;  // owned; one for each block
     uint32_t blocks = 0;
     bool tried = false;
 };

@@ -25,6 +25,11 @@ public:
         count = stated < present ? stated : static_cast<uint32_t>(present);
         return true;
     }
+    /// Gives the payload back: an empty table again.
+    void Release() {
+        content.Release();
+        stated = count = 0;
+    }
 
     uint8_t Version() const { return content->U8(0); }
     /// Entries that are stated and present.
@@ -34,6 +39,13 @@ public:
     /// @param entry   below Count()
     /// @param column  counts the words of an entry
     uint32_t Word(uint32_t entry, uint32_t column = 0) const { return ReadBE32(At(entry) + size_t{4} * column); }
+    /// Of the only column of a table, from one entry to before another, which is not above Count().
+    uint64_t Sum(uint32_t from, uint32_t to) const {
+        uint64_t sum = 0;
+        for (const uint8_t *word = entries + size_t{4} * from, *end = entries + size_t{4} * to; word < end; word += 4)
+            sum += ReadBE32(word);
+        return sum;
+    }
     uint64_t LongWord(uint32_t entry) const { return ReadBE64(At(entry)); }
     /// A field before the count, by its content offset.
     uint32_t Field(size_t offset) const { return content->BE32(offset); }

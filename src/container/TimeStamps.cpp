@@ -4,36 +4,15 @@
 #include "support/Ticks.h"
 
 namespace kivmp4 {
-namespace {
-
-// Entries before the one with which sample numbers would pass 2^31 - 1. So the numbers ascend from entry to entry, and a
-// search through one table that looks into the other with each step takes a walk along both, not one walk for each step.
-uint32_t AscendingEntries(const Table& table) {
-    uint64_t samples = 0;
-    for (uint32_t entry = 0; entry < table.Count(); ++entry) {
-        samples += table.Word(entry);
-        if (samples > INT32_MAX)
-            return entry;
-    }
-    return table.Count();
-}
-
-}  // namespace
 
 bool TimeStamps::Parse(uint32_t mediaTimescale, int64_t delay, Mp4Box& stbl) {
     timescale = mediaTimescale;
     initialOffset = delay;
     scale = timescale ? static_cast<float>(kTicksPerSecond) / static_cast<float>(timescale) : 0.0f;
-    if (!sttsTable.Acquire(stbl.FindChild(FourCc("stts")), 8))
+    if (!stts.Acquire(stbl.FindChild(FourCc("stts"))))
         return false;
-    sttsCount = AscendingEntries(sttsTable);
-    Mp4Box* ctts = stbl.FindChild(FourCc("ctts"));
-    if (!ctts)
-        return true;
-    if (!cttsTable.Acquire(ctts, 8))
-        return false;
-    cttsCount = AscendingEntries(cttsTable);
-    return true;
+    Mp4Box* box = stbl.FindChild(FourCc("ctts"));
+    return !box || ctts.Acquire(box);
 }
 
 // Single precision on every target, at 90 kHz too: above 2^24 units the low bits are lost, and players count on it.
@@ -66,7 +45,7 @@ bool TimeStamps::FindEntry(int32_t sample) {
         return false;
     while (sample < dtsFirstSample && dtsEntry > 0)
         StepBack();
-    while (dtsEntry < sttsCount) {
+    while (dtsEntry < stts.Runs()) {
         if (sample < WrapAdd32(dtsFirstSample, Count(dtsEntry)))
             return true;
         StepForward();
@@ -84,37 +63,12 @@ int64_t TimeStamps::GetDecodeTime(int32_t sample) {
 
 int64_t TimeStamps::GetSampleDuration(int32_t sample) { return FindEntry(sample) ? ToTicks(Delta(dtsEntry)) : 0; }
 
-// Moves the cache to an entry at or before the sample's, and near it.
-// @return whether there is an index
-bool TimeStamps::SkipToNear(int32_t sample) {
-    const auto next = [this](uint64_t first, uint32_t entry) { return first + cttsTable.Word(entry); };
-    if (!ctsFirstSamples.Make(cttsCount, next))
-        return false;
-    const uint32_t block = sample < 0 ? 0 : ctsFirstSamples.FindBlock(static_cast<uint32_t>(sample));
-    ctsEntry = block * SkipIndex::kStep;
-    ctsFirstSample = static_cast<int32_t>(ctsFirstSamples[block]);
-    return true;
-}
-
-// The sample's composition offset in media units; 0 outside the table. A search backward asks for one sample after the
-// other: near ones are reached step by step, others through the index.
+// The sample's composition offset in media units; 0 past the table's end. A number below 0, which forged sync samples
+// have, counts to the first entry, whatever that holds.
 int32_t TimeStamps::CompositionUnits(int32_t sample) {
-    for (uint32_t steps = 0; sample < ctsFirstSample && ctsEntry > 0; ++steps) {
-        if (steps == SkipIndex::kStep && SkipToNear(sample))
-            break;
-        --ctsEntry;
-        ctsFirstSample = WrapSubtract32(ctsFirstSample, cttsTable.Word(ctsEntry));
-    }
-    for (uint32_t steps = 0; ctsEntry < cttsCount; ++steps) {
-        if (steps == SkipIndex::kStep)
-            SkipToNear(sample);
-        const int32_t end = WrapAdd32(ctsFirstSample, cttsTable.Word(ctsEntry));
-        if (sample < end)
-            return static_cast<int32_t>(cttsTable.Word(ctsEntry, 1));
-        ctsFirstSample = end;
-        ++ctsEntry;
-    }
-    return 0;
+    if (sample < 0)
+        return ctts.Runs() > 0 ? static_cast<int32_t>(ctts.ValueOf(0)) : 0;
+    return ctts.Find(static_cast<uint32_t>(sample)) ? static_cast<int32_t>(ctts.Value()) : 0;
 }
 
 int64_t TimeStamps::GetCompositionOffset(int32_t sample) { return ToTicks(CompositionUnits(sample)); }
@@ -131,7 +85,7 @@ int32_t TimeStamps::SampleAt(int32_t first, int64_t offset, uint32_t entry) cons
 
 // An entry's end is compared with the composition offset of the sample after it added, in media units.
 int32_t TimeStamps::SearchForward(int64_t target) {
-    for (; dtsEntry < sttsCount; StepForward()) {
+    for (; dtsEntry < stts.Runs(); StepForward()) {
         const int64_t end = WrapAdd(dtsEntryStart, EntryDuration(dtsEntry));
         const int32_t offset = CompositionUnits(WrapAdd32(dtsFirstSample, Count(dtsEntry)));
         if (target <= WrapAdd(end, offset))

@@ -3,8 +3,7 @@
 
 #include <cstdint>
 
-#include "container/SkipIndex.h"
-#include "container/Table.h"
+#include "container/RunTable.h"
 #include "support/Wrap.h"
 
 namespace kivmp4 {
@@ -34,8 +33,8 @@ public:
     int32_t GetSampleIndex(int64_t time);
 
 private:
-    uint32_t Count(uint32_t entry) const { return sttsTable.Word(entry); }
-    uint32_t Delta(uint32_t entry) const { return sttsTable.Word(entry, 1); }
+    uint32_t Count(uint32_t entry) const { return stts.CountOf(entry); }
+    uint32_t Delta(uint32_t entry) const { return stts.ValueOf(entry); }
     int64_t EntryDuration(uint32_t entry) const;
     int64_t ToTicks(int64_t mediaUnits) const;
     int64_t ToMediaUnits(int64_t ticks) const;
@@ -43,25 +42,18 @@ private:
     void StepForward();
     void StepBack();
     int32_t CompositionUnits(int32_t sample);
-    bool SkipToNear(int32_t sample);
     int32_t SampleAt(int32_t first, int64_t offset, uint32_t entry) const;
     int32_t SearchForward(int64_t target);
     int32_t SearchBackward(int64_t target);
 
     uint32_t timescale = 0;
     int64_t initialOffset = 0;  // 90 kHz ticks
-    Table sttsTable;
-    Table cttsTable;
-    uint32_t sttsCount = 0;
-    uint32_t cttsCount = 0;
+    RunTable stts;
+    RunTable ctts;
     // The cached "stts" entry, its first sample, and the media time at which it begins.
     int32_t dtsFirstSample = 0;
     uint32_t dtsEntry = 0;
     int64_t dtsEntryStart = 0;
-    // The cached "ctts" entry and its first sample.
-    uint32_t ctsEntry = 0;
-    int32_t ctsFirstSample = 0;
-    SkipIndex ctsFirstSamples;
     float scale = 0;  // ticks per media unit
 };
 

@@ -117,19 +117,39 @@ void Track::ParseTables(int64_t initialOffset) {
 
 // The arrays serve seeking and navigation.
 void Track::ParseArrays() {
+    times.Begin(allocator, timescale);
     if (IsVideo()) {
         Mp4Box* ctts = stbl->FindChild(FourCc("ctts"));
-        if (!ctts || !ParseCTTS(*ctts))
+        if (!ctts || !times.ParseCTTS(*ctts, logLevel))
             LogDebug(logLevel, "ParseMDIA", 528, "No CTTS box ");
     }
     Mp4Box* stts = stbl->FindChild(FourCc("stts"));
-    if (!stts || !ParseSTTS(*stts))
+    if (!stts || !times.ParseSTTS(*stts, logLevel))
         LogWarning(logLevel, "ParseMDIA", 535, " No STTS box present ");
     if (IsVideo()) {
         Mp4Box* stss = stbl->FindChild(FourCc("stss"));
         if (!stss || !ParseSTSS(*stss))
             LogWarning(logLevel, "ParseMDIA", 560, " No STSS box ");
     }
+}
+
+bool Track::ParseSTSS(Mp4Box& stss) {
+    Table table;
+    if (!table.Acquire(&stss, 4))
+        return false;
+    syncSamples = AllocateWords(allocator, table.Count());
+    if (!syncSamples) {
+        LogError(logLevel, "ParseSTSS", 652, " Cannot allocate memory of size(%d)",
+                 static_cast<int>(table.Count() * 4));
+        return false;
+    }
+    syncSampleCount = table.Count();
+    for (uint32_t entry = 0; entry < syncSampleCount; ++entry) {
+        syncSamples[entry] = table.Word(entry) - 1;
+        if (entry > 0 && syncSamples[entry] < syncSamples[entry - 1])
+            syncAscending = false;
+    }
+    return true;
 }
 
 bool Track::GetTrackInfo(CodecInfo* record, uint32_t index) const {

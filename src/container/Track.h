@@ -6,9 +6,8 @@
 #include "KivMp4.h"
 #include "codec/ElementaryStream.h"
 #include "container/KeyMap.h"
-#include "container/SampleArray.h"
 #include "container/SampleMap.h"
-#include "container/SkipIndex.h"
+#include "container/SearchTimes.h"
 #include "container/TimeStamps.h"
 #include "support/CriticalSmart.h"
 
@@ -81,24 +80,13 @@ private:
     bool ReadMediaHeader(const ByteView& mdhd);
     void ParseTables(int64_t initialOffset);
     void ParseArrays();
+    bool ParseSTSS(Mp4Box& stss);
     static int64_t ReadEditList(Mp4Box& edts);
 
     // SampleDescription.cpp
     bool ParseSTSD(Mp4Box& stsd, int64_t meanSampleDuration);
 
-    // TrackTables.cpp
-    bool ParseSTSS(Mp4Box& stss);
-    bool ParseSTTS(Mp4Box& stts);
-    bool ParseCTTS(Mp4Box& ctts);
-    void FillArrays();
-    void FillDecodeTimes();
-    void FillCompositionOffsets();
-
     // TrackLookup.cpp
-    bool HasDecodeTimes() const { return sttsEntryCount != 0; }
-    uint64_t ArrayTime(uint32_t sample) const;
-    uint32_t SearchStart(uint64_t time);
-    bool FindCandidate(uint64_t time, uint32_t& candidate);
     bool FindSyncPair(uint32_t sample, bool afterIncluded, uint32_t& before, uint32_t& after) const;
     uint32_t SnapToSync(uint32_t candidate) const;
 
@@ -117,15 +105,7 @@ private:
     uint32_t* syncSamples = nullptr;  // owned; syncSampleCount sample indices, video with "stss" only
     uint32_t syncSampleCount = 0;
     bool syncAscending = true;  // the table is in order: a binary search finds its entries
-    // What the searches read: 90 kHz ticks without the edit list's delay, filled by the first search from the columns
-    // that are kept until then.
-    RunColumns sttsColumns;
-    RunColumns cttsColumns;
-    SampleArray decodeTimes;         // one for each sample that "stts" speaks of
-    SampleArray compositionOffsets;  // as far as "ctts" goes, video only
-    uint32_t sttsEntryCount = 0;     // 0 unless the table tells decode times
-    bool timesAscend = true;         // no time of the arrays is below the one before
-    SkipIndex greatestTimes;         // greatest time of all samples before each 64th, when they do not ascend
+    SearchTimes times;          // offsets for video only
     bool mdhdVersion1 = false;
     uint32_t matrix[9] = {};  // of "tkhd", as stored
 };

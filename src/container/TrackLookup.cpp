@@ -4,54 +4,8 @@
 #include <algorithm>
 
 #include "support/Log.h"
-#include "support/Wrap.h"
 
 namespace kivmp4 {
-
-// A sample's presentation time without the edit list's delay. Times are compared as unsigned numbers, so one before 0
-// counts as very late.
-uint64_t Track::ArrayTime(uint32_t sample) const {
-    return static_cast<uint64_t>(WrapAdd(decodeTimes.At(sample), compositionOffsets.At(sample)));
-}
-
-// @return the first sample from 1 on that a search for the time must look at; every one before it lies at or before the
-// time
-uint32_t Track::SearchStart(uint64_t time) {
-    const uint32_t count = decodeTimes.Count();
-    if (timesAscend) {
-        uint32_t first = 1;
-        for (uint32_t end = count; first < end;) {
-            const uint32_t middle = first + (end - first) / 2;
-            if (ArrayTime(middle) <= time)
-                first = middle + 1;
-            else
-                end = middle;
-        }
-        return first;
-    }
-    // Reordered pictures: a block cannot hold the first later sample if the greatest time up to its end is not later.
-    const auto greater = [this](uint64_t greatest, uint32_t sample) { return std::max(greatest, ArrayTime(sample)); };
-    if (ArrayTime(0) > time || !greatestTimes.Make(count, greater))
-        return 1;
-    return std::max<uint32_t>(greatestTimes.FindBlock(time) * SkipIndex::kStep, 1);
-}
-
-// Looks for the first sample at or before the time whose successor lies after it.
-// @return false when the time lies at or after the last sample's
-bool Track::FindCandidate(uint64_t time, uint32_t& candidate) {
-    FillArrays();
-    candidate = 0;
-    const uint32_t count = decodeTimes.Count();
-    if (count == 1 || (count > 1 && time < static_cast<uint64_t>(decodeTimes.At(1))))
-        return true;
-    for (uint32_t sample = count > 1 ? SearchStart(time) : 1; sample < count; ++sample) {
-        if (ArrayTime(sample - 1) <= time && time < ArrayTime(sample)) {
-            candidate = sample - 1;
-            return true;
-        }
-    }
-    return false;
-}
 
 // Finds the first two neighbouring sync samples with before <= sample < after, or before < sample <= after when
 // `afterIncluded`.
@@ -85,36 +39,36 @@ uint32_t Track::SnapToSync(uint32_t candidate) const {
 }
 
 bool Track::GetJumpSampleIndex(int64_t time, int32_t& index, int64_t& jumpTime) {
-    if (IsVideo() && (!HasDecodeTimes() || !syncSamples)) {
+    if (IsVideo() && (!times.Exist() || !syncSamples)) {
         LogError(logLevel, "GetJumpSampleIndex", 763, " Cannot start ");
         return false;
     }
-    if (!HasDecodeTimes()) {
+    if (!times.Exist()) {
         LogError(logLevel, "GetJumpSampleIndex", 768, " Cannot start ");
         return false;
     }
     uint32_t candidate = 0;
-    if (!FindCandidate(static_cast<uint64_t>(time), candidate)) {
+    if (!times.FindCandidate(static_cast<uint64_t>(time), candidate)) {
         LogError(logLevel, "GetJumpSampleIndex", 796, " Jump index cannot be obtained  ");
         return false;
     }
     if (candidate == 0) {
         index = 0;
-        jumpTime = decodeTimes.At(0);
+        jumpTime = times.DecodeTime(0);
         return true;
     }
     const uint32_t jump = SnapToSync(candidate);
     index = static_cast<int32_t>(jump);
-    jumpTime = static_cast<int64_t>(ArrayTime(jump));
+    jumpTime = static_cast<int64_t>(times.Time(jump));
     return true;
 }
 
 bool Track::GetSyncSampleIndex(bool next, int32_t sample, int32_t& index, int64_t& syncTime) {
-    if (IsVideo() && (!HasDecodeTimes() || !syncSamples)) {
+    if (IsVideo() && (!times.Exist() || !syncSamples)) {
         LogError(logLevel, "GetSyncSampleIndex", 839, "  Cannot start ");
         return false;
     }
-    if (!HasDecodeTimes()) {
+    if (!times.Exist()) {
         LogError(logLevel, "GetSyncSampleIndex", 844, " Cannot start ");
         return false;
     }
@@ -122,11 +76,10 @@ bool Track::GetSyncSampleIndex(bool next, int32_t sample, int32_t& index, int64_
         index = sample;
         return true;
     }
-    FillArrays();
     uint32_t before = 0, after = 0;
     if (FindSyncPair(static_cast<uint32_t>(sample), !next, before, after)) {
         index = static_cast<int32_t>(next ? after : before);
-        syncTime = static_cast<int64_t>(ArrayTime(static_cast<uint32_t>(index)));
+        syncTime = static_cast<int64_t>(times.Time(static_cast<uint32_t>(index)));
         return true;
     }
     const uint32_t last = syncSampleCount > 0 ? syncSamples[syncSampleCount - 1] : 0;
@@ -135,7 +88,7 @@ bool Track::GetSyncSampleIndex(bool next, int32_t sample, int32_t& index, int64_
     if (syncSampleCount == 0)
         return false;
     index = static_cast<int32_t>(next ? last : syncSamples[0]);
-    syncTime = static_cast<int64_t>(ArrayTime(static_cast<uint32_t>(index)));
+    syncTime = static_cast<int64_t>(times.Time(static_cast<uint32_t>(index)));
     return !next;
 }
 

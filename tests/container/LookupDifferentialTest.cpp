@@ -43,6 +43,8 @@ struct Walks {
         uint32_t chunk = 1, sync = Below(2);
         for (uint32_t left = Below(most); left > 0; --left)
             stts.insert(stts.end(), {Wild(Pick({0, 1, 1, 2, 10})), Pick({0, 1, 512, 3000, 3000, odd})});
+        if (seed % 64 == 5)  // the product of the last times and 90000 passes 63 bits, and some 64
+            stts.insert(stts.end(), {50000, ~0u - Below(9)});
         for (uint32_t left = Below(most); left > 0; --left)
             ctts.insert(ctts.end(), {Wild(Pick({0, 1, 1, 2, 10})), Pick({0, 1, 6000, 0u - 1500, odd})});
         for (uint32_t left = Below(most) + 1; left > 0; --left, chunk += Below(4))
@@ -66,7 +68,7 @@ struct Walks {
                     Quotient(static_cast<int64_t>(static_cast<uint64_t>(now) * 90000), timescale)));
         }
         times = decodeTimes;
-        times.resize(10 * most);
+        times.resize(std::max(times.size(), size_t{10} * most));
         for (size_t i = 0, sample = 0;
              i < ctts.size() && uint64_t{ctts[i]} + static_cast<uint32_t>(shiftFirst.back()) <= INT32_MAX; i += 2) {
             shiftFirst.push_back(Low(shiftFirst.back() + int64_t{ctts[i]}));
