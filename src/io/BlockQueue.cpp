@@ -58,6 +58,7 @@ CopyResult BlockQueue::Copy(ReadRequest& request) {
 
 CopyResult BlockQueue::CopyPieces(ReadRequest& request) {
     if (!request.placed) {
+        request.inOrder = request.offset == readTo && served >= kHalfBlock;
         if (!IsInRange(request.offset))
             return CopyResult::OutOfRange;
         while (count > 0 && queued[0]->End() < request.offset)
@@ -75,6 +76,7 @@ CopyResult BlockQueue::CopyPieces(ReadRequest& request) {
         request.destination += size;
         request.offset += size;
         request.left -= size;
+        readTo = request.offset;
         if (request.left == 0)
             return CopyResult::Copied;
         DropHead();
@@ -97,12 +99,12 @@ void BlockQueue::DropAll() {
     changed.Notify();
 }
 
-int64_t BlockQueue::Restart(int64_t offset) {
+int64_t BlockQueue::Restart(int64_t offset, bool inOrder) {
     const platform::LockGuard guard(lock);
     while (count > 0)
         DropHead();
-    end = offset;
-    served = 0;
+    end = readTo = offset;
+    served = inOrder ? kHalfBlock : 0;
     heldUntil = 0;
     if (FileBlock* block = InPool(offset))
         Enqueue(*block);

@@ -26,8 +26,9 @@ struct ReadRequest {
     int64_t offset;
     uint32_t left;
     uint8_t* destination;
-    bool placed = false;  // it was found in the queued range, or a jump has led there: from now on only the block with
-                          // its next byte serves it
+    bool placed = false;   // it was found in the queued range, or a jump has led there: from now on only the block with
+                           // its next byte serves it
+    bool inOrder = false;  // it began where the last read ended, half a block and more after a jump
 };
 
 enum class CopyResult {
@@ -66,8 +67,9 @@ public:
     [[nodiscard]] bool Covers(int64_t offset);
 
     /// Empties the queue and takes a block back that has the byte at `offset`, if the pool still holds one.
+    /// @param inOrder  reading goes on there, past what was queued: filling does too, without a pause
     /// @return where filling has to go on
-    int64_t Restart(int64_t offset);
+    int64_t Restart(int64_t offset, bool inOrder = false);
 
     /// Empties the queue, and lets waits look at their flags.
     void DropAll();
@@ -143,6 +145,7 @@ private:
     int64_t end = 0;
     uint32_t uses = 0;
     uint32_t waiting = 0;   // reads that wait for a block
+    int64_t readTo = 0;     // the end of the last read, or where a jump led
     int64_t served = 0;     // bytes copied since the queue was last sent somewhere
     int64_t holdTime = 0;   // nanoseconds: what the last fill took, within bounds
     int64_t heldUntil = 0;  // until then filling is put off, unless reads need it

@@ -97,7 +97,7 @@ ReadStatus FileReader::Read(int64_t offset, uint32_t size, void* destination, ui
     if (size == 0)  // the player is never asked for nothing: it could only answer "nothing yet"
         return ReadStatus::Done;
     if (size >= BlockQueue::kBlockSize || flushed)
-        return ReadRaw(offset, size, destination, delivered);
+        return ReadDirectly(offset, size, destination, delivered);
 
     const ReadStatus status = ReadBuffered({offset, size, static_cast<uint8_t*>(destination)});
     if (status == ReadStatus::Done)
@@ -124,28 +124,44 @@ ReadStatus FileReader::AwaitBlock(const ReadRequest& request) {
     return flushed ? ReadStatus::NotReady : State();
 }
 
-// A count that is not the size asked for is for the caller to judge. Until the player has bytes it can only be polled.
-ReadStatus FileReader::ReadRaw(int64_t offset, uint32_t size, void* destination, uint32_t& delivered) {
+// Straight into place, but for what is queued. A count that is not the size asked for is for the caller to judge: it is
+// the size only when the player delivers all that it is asked for.
+ReadStatus FileReader::ReadDirectly(int64_t offset, uint32_t size, void* destination, uint32_t& delivered) {
+    ReadRequest rest{offset, size, static_cast<uint8_t*>(destination)};
+    delivered = size;
+    if (TakeQueued(rest))
+        return ReadStatus::Done;
     const CallersTurn turn(*this);
-    for (;;) {
-        delivered = fileInterface->read(fileInterface->context, destination, offset, size);
-        LogDebug(logLevel, "Read", 269, "RAW READ:  Size: %d, Position: %lld  \n", static_cast<int>(size),
-                 static_cast<long long>(offset));
-        if (delivered != 0)
-            break;
-        platform::DelayMicroseconds(kRetryDelay);
-        if (stopRequested)
-            break;
-    }
+    if (TakeQueued(rest))  // what was being filled until now
+        return ReadStatus::Done;
+    delivered = size - rest.left + AskForRest(rest, offset, size);
     if (!flushed)
-        ReadOnAfter(offset + size);
+        ReadOnAfter(rest);
     return ReadStatus::Done;
 }
 
+// @return whether that was all
+bool FileReader::TakeQueued(ReadRequest& request) { return !flushed && queue.Copy(request) == CopyResult::Copied; }
+
+// Until the player has bytes it can only be polled. @return the player's count, whatever it is
+uint32_t FileReader::AskForRest(const ReadRequest& rest, int64_t offset, uint32_t size) {
+    for (;;) {
+        const uint32_t count = fileInterface->read(fileInterface->context, rest.destination, rest.offset, rest.left);
+        LogDebug(logLevel, "Read", 269, "RAW READ:  Size: %d, Position: %lld  \n", static_cast<int>(size),
+                 static_cast<long long>(offset));
+        if (count != 0)
+            return count;
+        platform::DelayMicroseconds(kRetryDelay);
+        if (stopRequested)
+            return 0;
+    }
+}
+
 // The next small read mostly follows the large one; reading ahead inside of it would bring the same bytes again.
-void FileReader::ReadOnAfter(int64_t offset) {
-    fillPosition = AfterFill(queue.Restart(offset));
-    queue.HoldBack();
+void FileReader::ReadOnAfter(const ReadRequest& rest) {
+    fillPosition = AfterFill(queue.Restart(rest.offset + rest.left, rest.inOrder));
+    if (!rest.inOrder)
+        queue.HoldBack();
 }
 
 ReadStatus FileReader::ReadBuffered(ReadRequest request) {

@@ -14,8 +14,8 @@ namespace kivmp4 {
 
 /// The thread fills blocks of 64 KiB from `fillPosition` on, as many as there are, and queues them in file order. Reads
 /// copy out of the oldest blocks; a block that reading has passed goes back to the pool, which lets the thread fill the
-/// next one. A read outside the queued range empties the queue and sends the thread there. Reads of 64 KiB and more, and
-/// all reads while flushed, go straight to the player.
+/// next one. A read outside the queued range empties the queue and sends the thread there. Reads of 64 KiB and more take
+/// what is queued and get the rest straight from the player, as do all reads while flushed.
 ///
 /// Locks: ioLock, then the queue's own, which is never held across a call out of the queue. A read of bytes that are
 /// queued takes the queue's alone, so that it does not wait for the fill of a later block. Nobody waits for an event with
@@ -67,8 +67,10 @@ private:
     ReadStatus RefuseBeyondEnd(int64_t offset, uint32_t size) const;
     ReadStatus AwaitStart();
     ReadStatus AwaitBlock(const ReadRequest& request);
-    ReadStatus ReadRaw(int64_t offset, uint32_t size, void* destination, uint32_t& delivered);
-    void ReadOnAfter(int64_t offset);
+    ReadStatus ReadDirectly(int64_t offset, uint32_t size, void* destination, uint32_t& delivered);
+    bool TakeQueued(ReadRequest& request);
+    uint32_t AskForRest(const ReadRequest& rest, int64_t offset, uint32_t size);
+    void ReadOnAfter(const ReadRequest& rest);
     ReadStatus ReadBuffered(ReadRequest request);
     ReadStatus Jump(ReadRequest& request);
 
