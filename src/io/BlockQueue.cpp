@@ -58,7 +58,8 @@ CopyResult BlockQueue::Copy(ReadRequest& request) {
 
 CopyResult BlockQueue::CopyPieces(ReadRequest& request) {
     if (!request.placed) {
-        request.inOrder = request.offset == readTo && served >= kHalfBlock;
+        request.follows = request.offset == readTo;
+        request.inOrder = request.follows && served >= kHalfBlock;
         if (!IsInRange(request.offset))
             return CopyResult::OutOfRange;
         while (count > 0 && queued[0]->End() < request.offset)
@@ -96,25 +97,24 @@ void BlockQueue::DropAll() {
     const platform::LockGuard guard(lock);
     while (count > 0)
         DropHead();
+    served = 0;
     changed.Notify();
 }
 
-int64_t BlockQueue::Restart(int64_t offset, bool inOrder) {
+int64_t BlockQueue::Restart(int64_t offset, bool follows) {
     const platform::LockGuard guard(lock);
     while (count > 0)
         DropHead();
     end = readTo = offset;
-    served = inOrder ? kHalfBlock : 0;
+    served = follows ? kHalfBlock : 0;
     heldUntil = 0;
     if (FileBlock* block = InPool(offset))
         Enqueue(*block);
-    changed.Notify();
     return end;
 }
 
 void BlockQueue::HoldBack() {
     const platform::LockGuard guard(lock);
-    served = 0;
     heldUntil = platform::MonotonicTime() + holdTime;
     changed.Notify();
 }

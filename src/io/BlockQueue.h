@@ -28,7 +28,8 @@ struct ReadRequest {
     uint8_t* destination;
     bool placed = false;   // it was found in the queued range, or a jump has led there: from now on only the block with
                            // its next byte serves it
-    bool inOrder = false;  // it began where the last read ended, half a block and more after a jump
+    bool follows = false;  // it began where the last read ended
+    bool inOrder = false;  // and half a block and more after a jump
 };
 
 enum class CopyResult {
@@ -46,7 +47,7 @@ enum class CopyResult {
 ///   therefore compares each piece with the block that it copies from, under the same hold of the lock.
 /// - `end` is the end of the newest block, or where the queue was emptied to be filled from.
 /// - Who changes what a wait looks for notifies `changed` under the same hold of the lock; flags outside are changed
-///   first and then told by Wake.
+///   first and then told by Wake, and so is a restart, whose caller has more to change before the waits look again.
 class BlockQueue {
 public:
     static constexpr uint32_t kBlockSize = 0x10000;
@@ -66,10 +67,10 @@ public:
     /// read near the end jumps: meant.
     [[nodiscard]] bool Covers(int64_t offset);
 
-    /// Empties the queue and takes a block back that has the byte at `offset`, if the pool still holds one.
-    /// @param inOrder  reading goes on there, past what was queued: filling does too, without a pause
+    /// Empties the queue and takes a block back that has the byte at `offset`, if the pool still holds one. Wake is due.
+    /// @param follows  the read before goes on there, past what was queued: no jump
     /// @return where filling has to go on
-    int64_t Restart(int64_t offset, bool inOrder = false);
+    int64_t Restart(int64_t offset, bool follows = false);
 
     /// Empties the queue, and lets waits look at their flags.
     void DropAll();
@@ -86,7 +87,7 @@ public:
     /// Gives a block back that could not be filled.
     void GiveBack(FileBlock& block);
 
-    /// After reading in trick mode: filling goes on as after a restart, when a read waits or a while has passed.
+    /// Puts filling off until a read waits or a while has passed.
     void HoldBack();
 
     /// Tells waits that a flag they look at has changed.
@@ -146,7 +147,7 @@ private:
     uint32_t uses = 0;
     uint32_t waiting = 0;   // reads that wait for a block
     int64_t readTo = 0;     // the end of the last read, or where a jump led
-    int64_t served = 0;     // bytes copied since the queue was last sent somewhere
+    int64_t served = 0;     // bytes copied since a jump, or half a block once a large read has followed it
     int64_t holdTime = 0;   // nanoseconds: what the last fill took, within bounds
     int64_t heldUntil = 0;  // until then filling is put off, unless reads need it
 };

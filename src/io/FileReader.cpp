@@ -159,7 +159,7 @@ uint32_t FileReader::AskForRest(const ReadRequest& rest, int64_t offset, uint32_
 
 // The next small read mostly follows the large one; reading ahead inside of it would bring the same bytes again.
 void FileReader::ReadOnAfter(const ReadRequest& rest) {
-    fillPosition = AfterFill(queue.Restart(rest.offset + rest.left, rest.inOrder));
+    fillPosition = AfterFill(queue.Restart(rest.offset + rest.left, rest.follows));
     if (!rest.inOrder)
         queue.HoldBack();
 }
