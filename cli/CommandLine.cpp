@@ -9,10 +9,10 @@
 #include <map>
 #include <memory>
 
-#include "Commands.h"
 #include "Completion.h"
 #include "Help.h"
-#include "Text.h"
+#include "commands/Commands.h"
+#include "print/Text.h"
 
 namespace kivmp4::cli {
 

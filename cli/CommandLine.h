@@ -4,9 +4,9 @@
 #include <functional>
 #include <string>
 
-#include "Failure.h"
-#include "Output.h"
-#include "Settings.h"
+#include "print/Failure.h"
+#include "print/Output.h"
+#include "print/Settings.h"
 
 namespace kivmp4::cli {
 

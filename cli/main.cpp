@@ -6,9 +6,9 @@
 #include <string_view>
 
 #include "CommandLine.h"
-#include "Commands.h"
-#include "Guard.h"
-#include "Text.h"
+#include "commands/Commands.h"
+#include "print/Guard.h"
+#include "print/Text.h"
 
 namespace {
 

@@ -11,8 +11,7 @@ namespace {
 
 using namespace inspect;
 
-constexpr uint64_t kWindow = 192 << 10;  // bytes that the module reads ahead
-constexpr uint64_t kTold = 1 << 20;      // bytes that it tells players to expect
+constexpr uint64_t kTold = 1 << 20;  // bytes that it tells players to expect
 
 bool IsInside(const std::vector<const Box*>& data, const Sample& sample) {
     // The last one that starts at the sample or before it.
@@ -72,7 +71,7 @@ void FindOverlaps(Context& context) {
 
 void FindInterleaving(Context& context) {
     const Distance widest = WidestDistance(context.movie);
-    if (widest.bytes <= kWindow)
+    if (widest.bytes <= inspect::kReadAhead)
         return;
     context.Add(widest.bytes > kTold ? "interleave-told" : "interleave-window", widest.offset, "mdat",
                 fmt::format("samples due together at {:.3f} s lie {:.0f} KiB apart", widest.time,

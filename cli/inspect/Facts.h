@@ -43,6 +43,9 @@ struct DueSample {
 /// time (seconds) of the earliest one; with less than two tracks left it is not called.
 void WalkByTime(const Movie& movie, const std::function<void(double time, const std::vector<DueSample>& due)>& visit);
 
+/// Bytes that the module reads ahead: what is due at the same time should lie within so many.
+constexpr uint64_t kReadAhead = 192 << 10;
+
 /// The greatest distance in the file between samples that are due at the same time.
 struct Distance {
     uint64_t bytes = 0;

@@ -3,8 +3,6 @@
 
 #include <algorithm>
 
-#include "inspect/SampleEntry.h"
-
 namespace kivmp4::inspect {
 namespace {
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "inspect/Box.h"
+#include "inspect/SampleEntry.h"
 
 namespace kivmp4::inspect {
 
@@ -37,26 +38,6 @@ struct Edit {
     int64_t mediaTime = 0;
     uint32_t rate = 0x10000;  // 16.16
 };
-
-/// One entry of "stsd".
-struct SampleEntry {
-    const Box* box = nullptr;
-    std::string type;      // four bytes as in the file
-    std::string original;  // of "encv" and "enca": the type before encryption, if told
-    bool encrypted = false;
-    uint32_t width = 0, height = 0;         // picture entries
-    uint32_t channels = 0, sampleBits = 0;  // sound entries
-    uint32_t sampleRate = 0;                // whole Hz, as stated in the entry
-    const Box* avcCBox = nullptr;
-    const Box* esdsBox = nullptr;
-    Bytes avcC = {}, esds = {};             // contents
-    Bytes specific = {};                    // of esds: the DecoderSpecificInfo, for AAC an AudioSpecificConfig
-    uint32_t nalLengthSize = 0;             // of avcC: 1 to 4; 0 without
-    std::vector<Bytes> sps = {}, pps = {};  // of avcC, without their lengths
-    bool avcCBroken = false;                // its parameter sets run past its end
-};
-
-enum class Kind { Video, Audio, Other };
 
 struct Track {
     const Box* box = nullptr;  // the "trak"

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <limits>
 
-#include "Text.h"
-#include "Time.h"
+#include "print/Text.h"
+#include "print/Time.h"
 #include "report/Pictures.h"
 
 namespace kivmp4::report {
@@ -114,7 +114,7 @@ void Cover(const Lane& lane, const Columns& columns, std::vector<bool>& covered)
 uint64_t CloseUpStart(const Survey& survey) {
     const Lane& lane = survey.played[0];
     uint64_t start = survey.widest.offset;
-    if (survey.widest.bytes <= kReadAhead) {
+    if (survey.widest.bytes <= inspect::kReadAhead) {
         uint32_t number = 0;
         ForEachSample(lane, [&](const inspect::Sample& sample) {
             if (number++ == lane.facts.units / 2)
@@ -132,7 +132,7 @@ Picture CloseUpPicture(const Survey& survey) {
     const size_t rows = drawn.size() + !survey.ignored.empty();
     Plot plot("A stretch of the file, a row a track", {Unit::Bytes, 0, static_cast<double>(size)},
               {Unit::None, 0, static_cast<double>(rows)}, static_cast<uint32_t>(rows) * kRow);
-    const double window = static_cast<double>(std::min(kReadAhead, size));
+    const double window = static_cast<double>(std::min(inspect::kReadAhead, size));
     plot.BandUp(0, window, "192 KiB read ahead");
     size_t touched = 0;
     double row = static_cast<double>(rows);
@@ -182,7 +182,7 @@ Picture DistancePicture(const Survey& survey) {
         const size_t column = columns.Of(time);
         for (const inspect::DueSample& each : due) {
             const uint64_t distance = each.sample.offset - low;
-            if (distance > kReadAhead)
+            if (distance > inspect::kReadAhead)
                 exceeded[column] = true;
             for (size_t i = 0; i < drawn.size(); i++) {
                 double& value = ahead[i].values[column];
@@ -191,11 +191,11 @@ Picture DistancePicture(const Survey& survey) {
             }
         }
     });
-    const double widest = static_cast<double>(std::max(survey.widest.bytes, kReadAhead));
+    const double widest = static_cast<double>(std::max(survey.widest.bytes, inspect::kReadAhead));
     Plot plot("How far each track lies ahead in the file", {Unit::Time, 0, survey.duration},
               {Unit::Bytes, 0, widest * 1.2}, 200);
     AddLegend(plot, survey);
-    plot.BandAcross(0, static_cast<double>(kReadAhead), "192 KiB are read ahead");
+    plot.BandAcross(0, static_cast<double>(inspect::kReadAhead), "192 KiB are read ahead");
     for (const render::Series& series : ahead)
         plot.Steps(series);
     std::vector<render::Point> marks;
@@ -208,7 +208,7 @@ Picture DistancePicture(const Survey& survey) {
                     "At each time, how far in the file a track lies past the one that comes first. Inside the shaded "
                     "band all that is due is read in one go. Dots at the top mark times at which it is not.",
                     ""};
-    if (survey.widest.bytes > kReadAhead)
+    if (survey.widest.bytes > inspect::kReadAhead)
         picture.verdict = fmt::format(
             "At {} the tracks are {} apart: more than the library holds. The player gets one track long "
             "before the other, and has to keep it meanwhile; if it cannot, sound or picture stops.",

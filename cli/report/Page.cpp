@@ -6,7 +6,7 @@
 #include <map>
 #include <utility>
 
-#include "Text.h"
+#include "print/Text.h"
 
 namespace kivmp4::report {
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "InfoView.h"
 #include "check/Check.h"
+#include "play/FileView.h"
 #include "report/Pictures.h"
 
 namespace kivmp4::report {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Trace.h"
+#include "play/Trace.h"
 #include "render/Plot.h"
 #include "report/Survey.h"
 

@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "Text.h"
+#include "print/Text.h"
 #include "report/Pictures.h"
 
 namespace kivmp4::report {

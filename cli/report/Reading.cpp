@@ -1,7 +1,7 @@
 // The reads that a player's device gets while the library opens, plays, seeks and winds.
 #include <fmt/format.h>
 
-#include "Text.h"
+#include "print/Text.h"
 #include "report/Pictures.h"
 
 namespace kivmp4::report {

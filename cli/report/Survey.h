@@ -11,9 +11,8 @@
 
 namespace kivmp4::report {
 
-constexpr uint64_t kReadAhead = 192 << 10;  // bytes
-constexpr size_t kDrawn = 8;                // tracks; more of them could not be told apart
-constexpr size_t kColumns = 500;            // of a picture: as fine as a screen shows
+constexpr size_t kDrawn = 8;      // tracks; more of them could not be told apart
+constexpr size_t kColumns = 500;  // of a picture: as fine as a screen shows
 
 /// A track whose samples are drawn.
 struct Lane {

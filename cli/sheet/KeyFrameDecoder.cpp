@@ -11,7 +11,7 @@ extern "C" {
 #include <cmath>
 #include <cstring>
 
-#include "Failure.h"
+#include "print/Failure.h"
 
 namespace kivmp4::cli {
 

@@ -1,8 +1,8 @@
 // The command's own reader: agreement with the module on generated files and on clips, and what it makes of odd boxes.
 #include "cli/inspectAgreement.h"
 
-#include "Boxes.h"
-#include "Json.h"
+#include "commands/Boxes.h"
+#include "print/Json.h"
 
 #include <cstdlib>
 #include <fstream>
