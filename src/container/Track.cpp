@@ -153,8 +153,6 @@ bool Track::ParseSTSS(Mp4Box& stss) {
 }
 
 bool Track::GetTrackInfo(CodecInfo* record, uint32_t index) const {
-    if (!record)
-        return false;
     const bool described = elementaryStream->GetCodecInfo(record, index);
     for (int letter = 0; letter < 3; ++letter)
         record->language[letter] = language[letter];

@@ -35,7 +35,9 @@ public:
     bool IsAudio() const { return elementaryStream->IsAudio(); }
     bool IsText() const { return elementaryStream->IsText(); }
 
-    /// Fills the player's record and adds the language. @param index  of the configuration: only 0 exists
+    /// Fills the player's record and adds the language.
+    /// @param record  not null
+    /// @param index   of the configuration: only 0 exists
     [[nodiscard]] bool GetTrackInfo(CodecInfo* record, uint32_t index) const;
     [[nodiscard]] bool SelectUnitHandler(const CodecInfo* record) {
         return elementaryStream->SelectUnitHandler(record);

@@ -119,7 +119,11 @@ TEST(Delivery, TellsTimes) {
         return Box("edts", Words("elst", words, version));
     };
     const Bytes delay = edits({2, 500, minus, 0, 1000, 0, 0}), three = edits({3, 500, minus, 0, 9, 0, 0, 9, 0, 0});
-    const auto wide = [&](uint32_t start) { return edits({2, 0, 500, minus, minus, 0, 0, 9, 0, start, 0}, 1); };
+    const auto narrow = [&](uint32_t start) { return edits({2, 500, minus, 0, 9, start, 0}); };
+    const auto wide = [&](uint32_t high, uint32_t low) {
+        return edits({2, 0, 500, minus, minus, 0, 0, 9, high, low, 0}, 1);
+    };
+    constexpr uint32_t kFirstByte = 1 << 24;
     using Rows = std::vector<std::vector<int64_t>>;  // decode time, presentation time, duration
     const Rows reordered = {{0, 6000, 3000}, {3000, 0, 3000}, {6000, 3000, 3000}},
                plain = {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}};
@@ -130,9 +134,12 @@ TEST(Delivery, TellsTimes) {
         {"composition", 30, {1, 3, 1}, {2, 1, 2, 2, minus}, {}, reordered},
         {"times run out", 90000, {1, 1, 10}, {1, 1, 5}, {}, ended},
         {"delay", 1000, {1, 3, 1}, {1, 3, 1}, delay, late},
-        {"delay in 64 bits", 90000, {1, 3, 1}, {0}, wide(0), half},
+        {"delay in 64 bits", 90000, {1, 3, 1}, {0}, wide(0, 0), half},
         {"three edits", 90000, {1, 3, 1}, {0}, three, plain},
-        {"media time 1", 90000, {1, 3, 1}, {0}, wide(1), plain},
+        {"media time 1", 90000, {1, 3, 1}, {0}, narrow(1), plain},
+        {"media time of 25 bits", 90000, {1, 3, 1}, {0}, narrow(kFirstByte), plain},
+        {"media time 1 in 64 bits", 90000, {1, 3, 1}, {0}, wide(0, 1), plain},
+        {"media time of 57 bits", 90000, {1, 3, 1}, {0}, wide(kFirstByte, 0), plain},
     };
     for (const auto& [name, timescale, stts, ctts, edts, expected] : cases) {
         SCOPED_TRACE(name);
