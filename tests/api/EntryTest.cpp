@@ -80,6 +80,7 @@ TEST(Handle, RefusesNullArgumentsAndStaleHandles) {
     ASSERT_TRUE(first.Create());
     EXPECT_EQ(KivMp4GetTrackInfo(first.demux, 0, &info), -1);  // not open yet
     EXPECT_EQ(KivMp4EnableTrack(first.demux, -1, 1), -1);
+    EXPECT_EQ(KivMp4JumpPTS(first.demux, 0), -1);
     ASSERT_TRUE(first.Start());
     EXPECT_EQ(KivMp4GetTrackInfo(first.demux, 2, &info), -1);
     EXPECT_EQ(KivMp4GetTrackInfo(first.demux, -1, &info), 0);  // stands for track 0
